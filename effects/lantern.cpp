@@ -1,0 +1,4 @@
+#include "effects/effects.h"
+
+// Not drawn yet: only the frame border appears.
+void renderLantern(const FrameContext*, const ParameterBlock*, double, uint32_t) {}

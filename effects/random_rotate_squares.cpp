@@ -1,0 +1,4 @@
+#include "effects/effects.h"
+
+// Not drawn yet: only the frame border appears.
+void renderRandomRotateSquares(uint32_t*, const uint32_t*, int32_t, int32_t, int32_t, double, uint32_t) {}

@@ -1,0 +1,255 @@
+#include "host/host.h"
+
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+
+#include "pixel/color.h"
+
+namespace reelfx {
+
+namespace {
+
+bool equalsIgnoreCase(const std::string& a, const std::string& b) {
+    return a.size() == b.size() &&
+           std::equal(a.begin(), a.end(), b.begin(), [](unsigned char x, unsigned char y) {
+               return std::tolower(x) == std::tolower(y);
+           });
+}
+
+// Small deterministic generator so test pictures are the same everywhere.
+uint32_t nextRandom(uint32_t& state) {
+    state = state * 1664525u + 1013904223u;
+    return state >> 8;
+}
+
+uint32_t argb(uint32_t a, uint32_t r, uint32_t g, uint32_t b) {
+    return (a & 0xFF) << 24 | (r & 0xFF) << 16 | (g & 0xFF) << 8 | (b & 0xFF);
+}
+
+}  // namespace
+
+Picture::Picture(int32_t w, int32_t h, int32_t strideBytes, uint32_t fill)
+    : width(w), height(h), stride(strideBytes ? strideBytes : w * 4) {
+    if (w < 0 || h < 0 || stride < w * 4 || stride % 4 != 0) {
+        throw std::invalid_argument("Picture: bad geometry");
+    }
+    words.assign(static_cast<size_t>(stride / 4) * static_cast<size_t>(h), fill);
+}
+
+bool Picture::samePixels(const Picture& other) const {
+    if (width != other.width || height != other.height) return false;
+    for (int32_t y = 0; y < height; ++y) {
+        if (!std::equal(row(y), row(y) + width, other.row(y))) return false;
+    }
+    return true;
+}
+
+Picture makeTestPicture(int32_t width, int32_t height, int32_t frame, int32_t strideBytes) {
+    Picture p(width, height, strideBytes);
+    static constexpr uint32_t kBars[8] = {0xFFFFFFFF, 0xFFFFFF00, 0xFF00FFFF, 0xFF00FF00,
+                                          0xFFFF00FF, 0xFFFF0000, 0xFF0000FF, 0xFF000000};
+    uint32_t seed = 0x12345u + static_cast<uint32_t>(frame) * 7919u;
+    const int32_t band = std::max(1, height / 4);
+    for (int32_t y = 0; y < height; ++y) {
+        uint32_t* r = p.row(y);
+        for (int32_t x = 0; x < width; ++x) {
+            const int32_t xs = x + frame * 4;  // content drifts to the left over frames
+            const uint32_t alpha = 255 - static_cast<uint32_t>((x * 7 + y * 3) % 64);
+            uint32_t c;
+            switch (std::min(3, y / band)) {
+                case 0:  // colour bars
+                    c = kBars[(static_cast<int64_t>(xs) * 8 / std::max(1, width)) % 8];
+                    break;
+                case 1:  // gradients in all three channels
+                    c = argb(255, static_cast<uint32_t>(xs * 255 / std::max(1, width - 1)),
+                             static_cast<uint32_t>(y * 255 / std::max(1, height - 1)),
+                             static_cast<uint32_t>(255 - (xs * 255 / std::max(1, width - 1))));
+                    break;
+                case 2:  // fine detail: one-pixel checkers and thin lines
+                    c = ((xs + y) & 1) ? 0xFFE0E0E0 : 0xFF202020;
+                    if (xs % 9 == 0) c = 0xFFFF8000;
+                    break;
+                default:  // noise
+                    c = argb(255, nextRandom(seed), nextRandom(seed), nextRandom(seed));
+                    break;
+            }
+            r[x] = (c & 0x00FFFFFF) | (std::min<uint32_t>(alpha, c >> 24) << 24);
+        }
+    }
+    return p;
+}
+
+static Picture convert(const Picture& in, uint32_t (*f)(uint32_t)) {
+    Picture out = in;
+    for (int32_t y = 0; y < in.height; ++y) {
+        uint32_t* r = out.row(y);
+        for (int32_t x = 0; x < in.width; ++x) r[x] = f(r[x]);
+    }
+    return out;
+}
+
+Picture toAyuv(const Picture& argbPicture) { return convert(argbPicture, argbToAyuv); }
+Picture toArgb(const Picture& ayuvPicture) { return convert(ayuvPicture, ayuvToArgb); }
+
+std::vector<std::string> unpackChoices(const char* packed) {
+    std::vector<std::string> out;
+    if (!packed) return out;
+    while (*packed) {
+        out.emplace_back(packed);
+        packed += out.back().size() + 1;
+    }
+    return out;
+}
+
+// ---- Module ------------------------------------------------------------------
+
+Module::Module(const std::string& path) {
+    handle_ = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (!handle_) throw std::runtime_error(std::string("cannot load module: ") + dlerror());
+    entry_ = reinterpret_cast<XqPluginCallFn>(dlsym(handle_, "xqPluginCall"));
+    if (!entry_) {
+        dlclose(handle_);
+        throw std::runtime_error("module " + path + " does not export xqPluginCall");
+    }
+}
+
+Module::~Module() {
+    if (handle_) dlclose(handle_);
+}
+
+std::string Module::defaultPath() {
+    if (const char* env = std::getenv("REELFX_MODULE"); env && *env) return env;
+#ifdef REELFX_MODULE_PATH
+    return REELFX_MODULE_PATH;
+#else
+    return "libreelfx.so";
+#endif
+}
+
+std::vector<EffectInfo> Module::catalogue() const {
+    std::vector<EffectInfo> out;
+    auto* d = reinterpret_cast<const EffectDescriptor*>(call(nullptr, 0, kCommandCatalogue));
+    for (; d; d = d->next) {
+        out.push_back({static_cast<int32_t>(d->index), d->name, d->category, d->tags});
+    }
+    return out;
+}
+
+int32_t Module::findEffect(const std::string& name) const {
+    for (const EffectInfo& e : catalogue()) {
+        if (e.name == name) return e.index;
+    }
+    return -1;
+}
+
+// ---- Instance ----------------------------------------------------------------
+
+Instance::Instance(const Module& module, int32_t effectIndex, int32_t frameWidth,
+                   int32_t frameHeight)
+    : module_(module),
+      effectIndex_(effectIndex),
+      block_(std::make_unique<PluginCallBlock>()),
+      hostEffect_(std::make_unique<HostEffect>()),
+      state_(std::make_unique<EffectState>()) {
+    hostEffect_->state = state_.get();
+    block_->hostEffect = hostEffect_.get();
+    block_->displayAspect = &displayAspect_;
+    block_->frameWidth = frameWidth;
+    block_->frameHeight = frameHeight;
+    module_.call(block_.get(), effectIndex_, kCommandCreate);
+}
+
+Instance::~Instance() { module_.call(block_.get(), effectIndex_, kCommandDestroy); }
+
+int32_t Instance::parameterCount() const {
+    int32_t n = 0;
+    while (n < kParameterSlots && state_->parameters.slot[n].valid == 1) ++n;
+    return n;
+}
+
+std::vector<ParameterInfo> Instance::parameters() const {
+    std::vector<ParameterInfo> out;
+    for (int32_t j = 0; j < parameterCount(); ++j) {
+        const ParameterDescriptor& d = state_->parameters.slot[j];
+        ParameterInfo p;
+        p.index = j;
+        p.name = d.name ? d.name : "";
+        p.kind = d.kind;
+        p.value = d.value;
+        p.minimum = d.minimum;
+        p.maximum = d.maximum;
+        // Choices record 0.0 as their default; their initial value is the
+        // declared value, which a fresh instance still holds.
+        p.initial = d.kind == kParameterKindChoice ? d.value : d.defaultValue;
+        p.choices = unpackChoices(d.choices);
+        out.push_back(std::move(p));
+    }
+    return out;
+}
+
+int32_t Instance::findParameter(const std::string& name) const {
+    const int32_t n = parameterCount();
+    for (int32_t j = 0; j < n; ++j) {
+        if (name == state_->parameters.slot[j].name) return j;
+    }
+    for (int32_t j = 0; j < n; ++j) {
+        if (equalsIgnoreCase(name, state_->parameters.slot[j].name)) return j;
+    }
+    return -1;
+}
+
+void Instance::setParameter(int32_t slot, double value) {
+    if (slot < 0 || slot >= kParameterSlots) throw std::out_of_range("parameter slot");
+    state_->parameters.slot[slot].value = value;
+}
+
+void Instance::setParameter(const std::string& name, double value) {
+    const int32_t j = findParameter(name);
+    if (j < 0) throw std::invalid_argument("unknown parameter: " + name);
+    setParameter(j, value);
+}
+
+void Instance::setChoice(const std::string& name, const std::string& choice) {
+    const int32_t j = findParameter(name);
+    if (j < 0) throw std::invalid_argument("unknown parameter: " + name);
+    const auto entries = unpackChoices(state_->parameters.slot[j].choices);
+    for (size_t i = 0; i < entries.size(); ++i) {
+        if (equalsIgnoreCase(entries[i], choice)) {
+            setParameter(j, static_cast<double>(i));
+            return;
+        }
+    }
+    throw std::invalid_argument("unknown choice '" + choice + "' for " + name);
+}
+
+double Instance::parameter(int32_t slot) const { return state_->parameters.slot[slot].value; }
+
+intptr_t Instance::render(const Picture* source, Picture& target, const RenderOptions& options) {
+    targetFrame_.format = options.format == kFourccAyuv ? kHostFormatAyuv : 0;
+    targetFrame_.width = target.width;
+    targetFrame_.height = target.height;
+    targetFrame_.stride = target.stride;
+    targetFrame_.pixels = target.data();
+    sourceFrame_ = targetFrame_;
+    // The module only reads the source.
+    sourceFrame_.pixels = source ? const_cast<uint32_t*>(source->words.data()) : nullptr;
+
+    state_->sourceFrame = source ? &sourceFrame_ : nullptr;
+    state_->targetFrame = &targetFrame_;
+    state_->progress = options.progress;
+    state_->pictureAspect = options.pictureAspect;
+    displayAspect_ = options.displayAspect != 0.0
+                         ? options.displayAspect
+                         : static_cast<double>(target.width) / std::max(1, target.height);
+    block_->aspectFitting = options.aspectFitting ? 1 : 0;
+    block_->aspectFitMode = options.aspectFitMode;
+    block_->aspectPreset = options.aspectPreset;
+    return module_.call(block_.get(), effectIndex_, kCommandRender);
+}
+
+}  // namespace reelfx

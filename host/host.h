@@ -1,0 +1,146 @@
+// A C++ host for the effects module: it owns the host records (in the layout
+// of the build it is compiled for), loads the module by path, and offers
+// typed calls: catalogue, create, parameters by name, render, destroy.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "plugin/host_records.h"
+
+namespace reelfx {
+
+// Owned 32-bit pixels with a row stride in bytes (a multiple of 4, at least
+// 4 x width). The pixel format is not part of the picture: the caller knows
+// whether the words are ARGB or AYUV.
+struct Picture {
+    int32_t width = 0;
+    int32_t height = 0;
+    int32_t stride = 0;  // bytes
+    std::vector<uint32_t> words;
+
+    Picture() = default;
+    // `stride` 0 means tightly packed rows; padding words start out as `fill`.
+    Picture(int32_t w, int32_t h, int32_t strideBytes = 0, uint32_t fill = 0);
+
+    int32_t pitch() const { return stride / 4; }
+    uint32_t* row(int32_t y) { return words.data() + static_cast<size_t>(y) * pitch(); }
+    const uint32_t* row(int32_t y) const { return words.data() + static_cast<size_t>(y) * pitch(); }
+    uint32_t& at(int32_t x, int32_t y) { return row(y)[x]; }
+    uint32_t at(int32_t x, int32_t y) const { return row(y)[x]; }
+    uint32_t* data() { return words.data(); }
+    // True when the visible pixels (not the padding) are equal.
+    bool samePixels(const Picture& other) const;
+};
+
+// Deterministic ARGB test picture: colour bars, gradients, fine detail,
+// noise and varying alpha; `frame` moves the content for test clips.
+Picture makeTestPicture(int32_t width, int32_t height, int32_t frame = 0, int32_t strideBytes = 0);
+// Converts every pixel between ARGB and AYUV with the module's conversions.
+Picture toAyuv(const Picture& argb);
+Picture toArgb(const Picture& ayuv);
+
+struct EffectInfo {
+    int32_t index = 0;
+    std::string name;
+    std::string category;
+    std::string tags;
+};
+
+struct ParameterInfo {
+    int32_t index = 0;  // slot j
+    std::string name;
+    int32_t kind = 0;   // 1 real, 2 choice, 3 colour, 8 whole number
+    double value = 0;   // current value
+    double minimum = 0;
+    double maximum = 0;
+    double initial = 0;  // value written at creation
+    std::vector<std::string> choices;
+};
+
+// A loaded module. The handle is closed when the last user goes away.
+class Module {
+public:
+    // Loads the module (dlopen); throws std::runtime_error with dlerror's text.
+    explicit Module(const std::string& path);
+    ~Module();
+    Module(const Module&) = delete;
+    Module& operator=(const Module&) = delete;
+
+    intptr_t call(PluginCallBlock* block, int32_t effectIndex, int32_t command) const {
+        return entry_(block, effectIndex, command);
+    }
+    // The catalogue walked through the records' `next` links from record 0.
+    std::vector<EffectInfo> catalogue() const;
+    // Index of the effect whose name matches exactly, or -1.
+    int32_t findEffect(const std::string& name) const;
+
+    // The module built next to this library (REELFX_MODULE_PATH at build time),
+    // or $REELFX_MODULE when set.
+    static std::string defaultPath();
+
+private:
+    void* handle_ = nullptr;
+    XqPluginCallFn entry_ = nullptr;
+};
+
+struct RenderOptions {
+    double progress = 0.0;
+    uint32_t format = kFourccArgb;  // kFourccArgb or kFourccAyuv
+    // Display aspect of the frame; 0 means width / height.
+    double displayAspect = 0.0;
+    bool aspectFitting = false;
+    int32_t aspectFitMode = 0;
+    int32_t aspectPreset = 0;  // 2 = 4:3, 3 = 16:9, other = pictureAspect
+    double pictureAspect = 0.0;
+};
+
+// One effect instance with its host records. Created by command 0 and
+// destroyed (command 1) with the object.
+class Instance {
+public:
+    Instance(const Module& module, int32_t effectIndex, int32_t frameWidth, int32_t frameHeight);
+    ~Instance();
+    Instance(const Instance&) = delete;
+    Instance& operator=(const Instance&) = delete;
+
+    int32_t effectIndex() const { return effectIndex_; }
+    // The records the module declared (slots whose `valid` byte is set).
+    std::vector<ParameterInfo> parameters() const;
+    int32_t parameterCount() const;
+    // Parameter slot by its display name (exact first, then case-insensitive), or -1.
+    int32_t findParameter(const std::string& name) const;
+
+    void setParameter(int32_t slot, double value);
+    // Throws std::invalid_argument for an unknown name.
+    void setParameter(const std::string& name, double value);
+    // A choice by its text (case-insensitive); throws for unknown texts.
+    void setChoice(const std::string& name, const std::string& choice);
+    double parameter(int32_t slot) const;
+
+    // Renders one frame: command 4 with `source` (may be null) into `target`.
+    // Returns the entry's result (0 drawn, 1 refused).
+    intptr_t render(const Picture* source, Picture& target, const RenderOptions& options = {});
+
+    // Raw records, for tests that poke at the interface directly.
+    PluginCallBlock& block() { return *block_; }
+    EffectState& state() { return *state_; }
+
+private:
+    const Module& module_;
+    int32_t effectIndex_;
+    std::unique_ptr<PluginCallBlock> block_;
+    std::unique_ptr<HostEffect> hostEffect_;
+    std::unique_ptr<EffectState> state_;
+    HostFrame sourceFrame_{};
+    HostFrame targetFrame_{};
+    double displayAspect_ = 0.0;
+};
+
+// Splits a packed choice list ("A\0B\0\0") into its entries.
+std::vector<std::string> unpackChoices(const char* packed);
+
+}  // namespace reelfx

@@ -1,0 +1,42 @@
+// Separable filters: a catalogue of symmetric 1-D kernels (box blurs and
+// sharpening kernels) chosen by a filter code, applied along rows, then
+// columns, to all four bytes of 32-bit pixels alike, in table-driven fixed
+// point.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+struct FilterImage {
+    int32_t width;
+    int32_t height;
+    int32_t stride;  // bytes, a multiple of 4
+    uint32_t* pixels;
+};
+
+// One kernel compiled into up to three lookup tables; each entry packs the
+// products of three taps in 10-bit fields (bits 0-9, 10-19, 20-29).
+struct FilterTables {
+    uint32_t T[3][256];
+    int32_t bias;    // offset added by negative weights, removed before scaling
+    int32_t groups;  // tables in use: 1, 2 or 3 (0 for an empty kernel)
+};
+
+// Compiles the kernel w[0..n-1] (w[0] the centre) into `tables`; prints the
+// sum and field-overflow warnings to stderr when they apply.
+void BuildFilterTables(const float* weights, int n, FilterTables* tables);
+
+// Filters `count` pixels read `step` words apart from `src` into `dst`
+// (written `step` words apart). Edge pixels repeat beyond the line's ends.
+void FilterLine(const uint32_t* src, int32_t count, ptrdiff_t step, const FilterTables* tables,
+                uint32_t* dst);
+
+// Rows, then columns, through an intermediate picture. The source's width,
+// height and stride govern both pictures.
+void FilterPicture(const FilterImage* source, const float* weights, int n,
+                   const FilterImage* destination);
+
+// Looks `code` up in the kernel catalogue (102-109 box, 202-209 sharpen) and
+// filters src into dst; an unknown code leaves dst untouched.
+void ApplyFilterCode(uint32_t* dst, const uint32_t* src, int32_t stride, int32_t width,
+                     int32_t height, int32_t code);
