@@ -1,0 +1,18 @@
+#!/bin/sh
+# Installs the Debian 12 packages reelfx needs, skipping what is already there.
+set -eu
+packages="cmake ninja-build g++ g++-multilib pkg-config binutils make
+  googletest libgtest-dev libbenchmark-dev
+  libavformat-dev libavcodec-dev libswscale-dev libavutil-dev libswresample-dev
+  libpng-dev libcairo2-dev fonts-dejavu-core libcli11-dev nlohmann-json3-dev
+  frei0r-plugins-dev ffmpeg"
+missing=""
+for p in $packages; do
+    dpkg -s "$p" >/dev/null 2>&1 || missing="$missing $p"
+done
+if [ -n "$missing" ]; then
+    echo "installing:$missing"
+    if [ "$(id -u)" -eq 0 ]; then sudo=""; else sudo="sudo"; fi
+    $sudo apt-get update
+    DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y --no-install-recommends $missing
+fi
