@@ -230,14 +230,20 @@ void Instance::setChoice(const std::string& name, const std::string& choice) {
 double Instance::parameter(int32_t slot) const { return state_->parameters.slot[slot].value; }
 
 intptr_t Instance::render(const Picture* source, Picture& target, const RenderOptions& options) {
+    return render(source ? source->words.data() : nullptr, target.data(), target.width,
+                  target.height, target.stride, options);
+}
+
+intptr_t Instance::render(const uint32_t* source, uint32_t* target, int32_t width, int32_t height,
+                          int32_t strideBytes, const RenderOptions& options) {
     targetFrame_.format = options.format == kFourccAyuv ? kHostFormatAyuv : 0;
-    targetFrame_.width = target.width;
-    targetFrame_.height = target.height;
-    targetFrame_.stride = target.stride;
-    targetFrame_.pixels = target.data();
+    targetFrame_.width = width;
+    targetFrame_.height = height;
+    targetFrame_.stride = strideBytes;
+    targetFrame_.pixels = target;
     sourceFrame_ = targetFrame_;
     // The module only reads the source.
-    sourceFrame_.pixels = source ? const_cast<uint32_t*>(source->words.data()) : nullptr;
+    sourceFrame_.pixels = const_cast<uint32_t*>(source);
 
     state_->sourceFrame = source ? &sourceFrame_ : nullptr;
     state_->targetFrame = &targetFrame_;
@@ -245,7 +251,7 @@ intptr_t Instance::render(const Picture* source, Picture& target, const RenderOp
     state_->pictureAspect = options.pictureAspect;
     displayAspect_ = options.displayAspect != 0.0
                          ? options.displayAspect
-                         : static_cast<double>(target.width) / std::max(1, target.height);
+                         : static_cast<double>(width) / std::max(1, height);
     block_->aspectFitting = options.aspectFitting ? 1 : 0;
     block_->aspectFitMode = options.aspectFitMode;
     block_->aspectPreset = options.aspectPreset;

@@ -124,6 +124,10 @@ public:
     // Renders one frame: command 4 with `source` (may be null) into `target`.
     // Returns the entry's result (0 drawn, 1 refused).
     intptr_t render(const Picture* source, Picture& target, const RenderOptions& options = {});
+    // The same on pixels the caller owns (adapters rendering into a host's
+    // buffers): both pictures share width, height and stride; source may be null.
+    intptr_t render(const uint32_t* source, uint32_t* target, int32_t width, int32_t height,
+                    int32_t strideBytes, const RenderOptions& options = {});
 
     // Raw records, for tests that poke at the interface directly.
     PluginCallBlock& block() { return *block_; }
