@@ -4,11 +4,13 @@
 #include <cinttypes>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <limits>
 #include <string>
 #include <vector>
 
 #include "host/host.h"
+#include "pixel/fxmath.h"
 
 namespace {
 
@@ -44,9 +46,31 @@ void renderOne(const reelfx::Module& m, int32_t effect, const reelfx::Picture& s
                 label, fnv1a(dst));
 }
 
+// The transcendental functions the effects use, over a spread of arguments.
+void printMathDigest() {
+    uint64_t h = 0xcbf29ce484222325ull;
+    auto mix = [&h](double v) {
+        uint64_t b;
+        std::memcpy(&b, &v, sizeof b);
+        h = (h ^ b) * 0x100000001b3ull;
+    };
+    for (int i = -200000; i <= 200000; ++i) {
+        const double x = i * 0.0137;
+        mix(fxSin(x));
+        mix(fxCos(x));
+        mix(fxAtan(x));
+        mix(fxAtan2(x, 3.7 - x));
+        mix(fxLog(std::fabs(x) + 1e-3));
+        mix(fxPow(std::fabs(x) / 1000.0, static_cast<double>(i % 13)));
+        mix(fxPow(2.0, x / 1000.0));
+    }
+    std::printf("math %016" PRIx64 "\n", h);
+}
+
 }  // namespace
 
 int main() {
+    printMathDigest();
     reelfx::Module m(reelfx::Module::defaultPath());
     const std::vector<Size> sizes = {{97, 61, 3}, {320, 240, 0}};
     for (uint32_t format : {kFourccArgb, kFourccAyuv}) {
