@@ -1,0 +1,27 @@
+# make demo   installs what is missing (Debian 12), builds the 64-bit preset
+#             and renders the contact sheet and a demo clip into out/
+# make test   builds the 64-bit and 32-bit presets and runs every test of both
+PRESET := native
+BUILD := build/$(PRESET)
+JOBS := $(shell nproc 2>/dev/null || echo 2)
+REELFX := $(BUILD)/reelfx
+
+.PHONY: demo test deps tool
+
+demo: tool
+	mkdir -p out
+	$(REELFX) sheet -o out/sheet.png
+	$(REELFX) render Lantern -p "Spot Radius=4@0,16@1" --span 0.5:2.5 -o out/demo.mp4
+
+# The tool with the module and its companion library beside it.
+tool: deps
+	cmake --preset $(PRESET)
+	cmake --build --preset $(PRESET) --target reelfx_tool -j $(JOBS)
+
+# Installs the Debian packages that are not there yet (apt-get, as root or
+# through sudo).
+deps:
+	sh scripts/deps.sh
+
+test:
+	sh scripts/test.sh
