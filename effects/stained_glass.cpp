@@ -1,4 +1,146 @@
-#include "effects/effects.h"
+// "Stained Glass": flat panes that follow the dark details. The picture is
+// cut into a G x G grid of cells; each cell is seeded at its darkest pixel
+// and coloured with its block average; every pixel then takes the colour of
+// the nearest seed among its own cell and the eight cells around it.
+#include <algorithm>
+#include <cstdint>
+#include <vector>
 
-// Not drawn yet: only the frame border appears.
-void renderStainedGlass(const FrameContext*, const ParameterBlock*, uint32_t) {}
+#include "effects/effects.h"
+#include "pixel/block.h"
+#include "pixel/numeric.h"
+#include "plugin/parameters.h"
+
+namespace {
+
+void fillWhite(uint32_t* dst, int32_t pitch, int32_t width, int32_t height, uint32_t format) {
+    const uint32_t white = format == kFourccAyuv ? 0xFFEA8080u : 0xFFFFFFFFu;
+    for (int32_t y = 0; y < height; ++y)
+        std::fill_n(dst + static_cast<int64_t>(y) * pitch, width, white);
+}
+
+// Boundary k of `count` cells over `size` pixels: trunc(k * cell) for k <
+// count, and `size` itself for the last one. The cell size is single
+// precision; the product is exact in double.
+void cellBoundaries(int32_t* edges, int32_t count, int32_t size) {
+    const float cell = static_cast<float>(static_cast<double>(size) / count);
+    for (int32_t k = 0; k < count; ++k) edges[k] = truncToInt32(k * static_cast<double>(cell));
+    edges[count] = size;
+}
+
+// Squared distances in 32-bit integers; results that leave the range wrap
+// instead of being undefined (only for pictures over 46340 pixels a side).
+inline int32_t square(int32_t v) {
+    const uint32_t u = static_cast<uint32_t>(v);
+    return static_cast<int32_t>(u * u);
+}
+
+inline int32_t distance2(int32_t dx2, int32_t dy2) {
+    return static_cast<int32_t>(static_cast<uint32_t>(dx2) + static_cast<uint32_t>(dy2));
+}
+
+}  // namespace
+
+void renderStainedGlass(const FrameContext* ctx, const ParameterBlock* block, uint32_t format) {
+    uint32_t* dst = ctx->destination;
+    const uint32_t* src = ctx->source;
+    const int32_t width = ctx->width;
+    const int32_t height = ctx->height;
+    const int32_t stride = ctx->stride;
+    const int64_t pitch = stride >> 2;
+    if (!dst) return;
+    if (!src) {
+        fillWhite(dst, static_cast<int32_t>(pitch), width, height, format);
+        return;
+    }
+    if (width <= 0 || height <= 0) return;
+
+    // Fewer than one cell per side (0, negative, NaN) means one cell: every
+    // candidate is that cell and the picture takes its average colour. More
+    // cells than the shorter side has pixels would leave cells empty, with no
+    // darkest pixel to seed them: the grid is capped at the shorter side, so
+    // every cell holds a pixel and the work arrays never outgrow the picture.
+    const int32_t g = std::clamp(truncToInt32(paramValue(block, 0)), 1, std::min(width, height));
+
+    std::vector<int32_t> edges(2 * (static_cast<size_t>(g) + 1));
+    int32_t* colEdge = edges.data();
+    int32_t* rowEdge = colEdge + g + 1;
+    cellBoundaries(colEdge, g, width);
+    cellBoundaries(rowEdge, g, height);
+
+    const size_t cells = static_cast<size_t>(g) * g;
+    std::vector<int32_t> seedX(cells), seedY(cells);
+    std::vector<uint32_t> colour(cells);
+
+    for (int32_t r = 0; r < g; ++r) {
+        const int32_t y0 = rowEdge[r], y1 = rowEdge[r + 1];
+        for (int32_t c = 0; c < g; ++c) {
+            const int32_t x0 = colEdge[c], x1 = colEdge[c + 1];
+            const size_t i = static_cast<size_t>(r) * g + c;
+            colour[i] = blockAverage(src, stride, width, height, x0, y0, x1, y1);
+            // First darkest pixel in scan order: a row's minimum, then its
+            // first position there; a later row must be strictly darker. A
+            // cell without pixels cannot occur under the cap; it would keep
+            // its top-left corner.
+            int bestKey = 256;
+            int32_t sx = x0, sy = y0;
+            for (int32_t y = y0; y < y1; ++y) {
+                const uint32_t* row = src + y * pitch;
+                int rowMin = 256;
+                for (int32_t x = x0; x < x1; ++x) rowMin = std::min(rowMin, brightnessKey(row[x]));
+                if (rowMin >= bestKey) continue;
+                bestKey = rowMin;
+                sy = y;
+                sx = x0;
+                while (brightnessKey(row[sx]) != rowMin) ++sx;
+            }
+            seedX[i] = sx;
+            seedY[i] = sy;
+        }
+    }
+
+    // Candidate order: self, upper left, upper right, up, lower left, lower
+    // right, down, left, right. At the grid's edge a missing neighbour is the
+    // nearest existing cell; with G = 1 all nine are the one cell. The x
+    // terms of the distances are tabulated once per cell, the y terms once
+    // per row, so the pixel loop only adds and compares.
+    static constexpr int kDr[9] = {0, -1, -1, -1, 1, 1, 1, 0, 0};
+    static constexpr int kDc[9] = {0, -1, 1, 0, -1, 1, 0, -1, 1};
+    int32_t widest = 0;
+    for (int32_t c = 0; c < g; ++c) widest = std::max(widest, colEdge[c + 1] - colEdge[c]);
+    std::vector<int32_t> dx2(9 * static_cast<size_t>(widest));
+    for (int32_t r = 0; r < g; ++r) {
+        for (int32_t c = 0; c < g; ++c) {
+            const int32_t x0 = colEdge[c], x1 = colEdge[c + 1];
+            const int32_t cw = x1 - x0;
+            int32_t cy[9];
+            uint32_t cc[9];
+            for (int k = 0; k < 9; ++k) {
+                const int32_t rr = std::clamp(r + kDr[k], 0, g - 1);
+                const int32_t ck = std::clamp(c + kDc[k], 0, g - 1);
+                const size_t i = static_cast<size_t>(rr) * g + ck;
+                int32_t* t = dx2.data() + k * static_cast<size_t>(widest);
+                for (int32_t x = 0; x < cw; ++x) t[x] = square(x0 + x - seedX[i]);
+                cy[k] = seedY[i];
+                cc[k] = colour[i];
+            }
+            for (int32_t y = rowEdge[r]; y < rowEdge[r + 1]; ++y) {
+                int32_t dy2[9];
+                for (int k = 0; k < 9; ++k) dy2[k] = square(y - cy[k]);
+                uint32_t* out = dst + y * pitch + x0;
+                for (int32_t x = 0; x < cw; ++x) {
+                    int32_t best = distance2(dx2[x], dy2[0]);
+                    uint32_t pick = cc[0];
+                    for (int k = 1; k < 9; ++k) {
+                        const int32_t d =
+                            distance2(dx2[k * static_cast<size_t>(widest) + x], dy2[k]);
+                        const bool closer = d <= best;  // ties go to the later candidate
+                        best = closer ? d : best;
+                        pick = closer ? cc[k] : pick;
+                    }
+                    out[x] = pick;
+                }
+            }
+        }
+    }
+}
