@@ -1,0 +1,113 @@
+#include "tools/image_io.h"
+
+#include <png.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <stdexcept>
+#include <vector>
+
+namespace reelfx::tool {
+
+namespace {
+
+struct FileCloser {
+    void operator()(std::FILE* f) const { std::fclose(f); }
+};
+using File = std::unique_ptr<std::FILE, FileCloser>;
+
+File openFile(const std::string& path, const char* mode, const char* what) {
+    File f(std::fopen(path.c_str(), mode));
+    if (!f) throw std::runtime_error(std::string(what) + " " + path + ": " + std::strerror(errno));
+    return f;
+}
+
+// Frees libpng's simplified-API state on every exit path.
+struct ImageGuard {
+    png_image& image;
+    ~ImageGuard() { png_image_free(&image); }
+};
+
+// ARGB words in memory are B, G, R, A bytes on a little-endian machine.
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "ARGB words are stored as BGRA bytes");
+
+}  // namespace
+
+bool isPngFile(const std::string& path) {
+    File f = openFile(path, "rb", "cannot read");
+    unsigned char sig[8] = {};
+    const size_t n = std::fread(sig, 1, sizeof sig, f.get());
+    return n == sizeof sig && png_sig_cmp(sig, 0, sizeof sig) == 0;
+}
+
+Picture readPng(const std::string& path) {
+    File f = openFile(path, "rb", "cannot read");
+    png_image image;
+    std::memset(&image, 0, sizeof image);
+    image.version = PNG_IMAGE_VERSION;
+    ImageGuard guard{image};
+    if (!png_image_begin_read_from_stdio(&image, f.get())) {
+        throw std::runtime_error("cannot read " + path + " as PNG: " + image.message);
+    }
+    if (image.width > 16384 || image.height > 16384) {
+        throw std::runtime_error(path + ": " + std::to_string(image.width) + "x" +
+                                 std::to_string(image.height) + " is larger than 16384x16384");
+    }
+    image.format = PNG_FORMAT_BGRA;
+    Picture p(static_cast<int32_t>(image.width), static_cast<int32_t>(image.height));
+    if (!png_image_finish_read(&image, nullptr, p.data(), p.stride, nullptr)) {
+        throw std::runtime_error("cannot read " + path + " as PNG: " + image.message);
+    }
+    return p;
+}
+
+void writePng(const std::string& path, const Picture& argb) {
+    bool opaque = true;
+    for (int32_t y = 0; y < argb.height && opaque; ++y) {
+        const uint32_t* r = argb.row(y);
+        for (int32_t x = 0; x < argb.width; ++x) {
+            if ((r[x] >> 24) != 0xFF) {
+                opaque = false;
+                break;
+            }
+        }
+    }
+    png_image image;
+    std::memset(&image, 0, sizeof image);
+    image.version = PNG_IMAGE_VERSION;
+    image.width = static_cast<png_uint_32>(argb.width);
+    image.height = static_cast<png_uint_32>(argb.height);
+    ImageGuard guard{image};
+
+    std::vector<unsigned char> bgr;
+    const void* buffer = argb.words.data();
+    png_int_32 rowBytes = argb.stride;
+    image.format = PNG_FORMAT_BGRA;
+    if (opaque) {
+        image.format = PNG_FORMAT_BGR;
+        rowBytes = argb.width * 3;
+        bgr.resize(static_cast<size_t>(rowBytes) * static_cast<size_t>(argb.height));
+        for (int32_t y = 0; y < argb.height; ++y) {
+            const uint32_t* r = argb.row(y);
+            unsigned char* out =
+                bgr.data() + static_cast<size_t>(y) * static_cast<size_t>(rowBytes);
+            for (int32_t x = 0; x < argb.width; ++x) {
+                out[3 * x] = static_cast<unsigned char>(r[x]);
+                out[3 * x + 1] = static_cast<unsigned char>(r[x] >> 8);
+                out[3 * x + 2] = static_cast<unsigned char>(r[x] >> 16);
+            }
+        }
+        buffer = bgr.data();
+    }
+    File f = openFile(path, "wb", "cannot write");
+    if (!png_image_write_to_stdio(&image, f.get(), 0, buffer, rowBytes, nullptr)) {
+        throw std::runtime_error("cannot write " + path + ": " + image.message);
+    }
+    if (std::fflush(f.get()) != 0 || std::ferror(f.get())) {
+        throw std::runtime_error("cannot write " + path + ": " + std::strerror(errno));
+    }
+}
+
+}  // namespace reelfx::tool

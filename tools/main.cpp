@@ -1,0 +1,208 @@
+// reelfx: list the effects, show their parameters, render pictures and video
+// through them, and draw a contact sheet of all of them.
+//
+// Exit status: 0 done, 1 a file could not be read or written, 2 a mistake on
+// the command line, 130 interrupted.
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <filesystem>
+#include <iostream>
+
+extern "C" {
+#include <libavutil/log.h>
+}
+
+#include "host/host.h"
+#include "tools/describe.h"
+#include "tools/output_file.h"
+#include "tools/params.h"
+#include "tools/render.h"
+#include "tools/test_clip.h"
+
+namespace {
+
+using namespace reelfx;
+using namespace reelfx::tool;
+
+constexpr int kExitFailure = 1;
+constexpr int kExitUsage = 2;
+constexpr int kExitInterrupted = 130;
+
+// The module is looked for in $REELFX_MODULE, beside this program, and
+// where the build put it, in that order.
+std::string findModule(const std::string& requested) {
+    if (!requested.empty()) return requested;
+    if (const char* env = std::getenv("REELFX_MODULE"); env && *env) return env;
+    std::error_code ec;
+    const auto self = std::filesystem::read_symlink("/proc/self/exe", ec);
+    if (!ec) {
+        const auto beside = self.parent_path() / "libreelfx.so";
+        if (std::filesystem::exists(beside, ec)) return beside.string();
+    }
+    return Module::defaultPath();
+}
+
+const char* kFooter =
+    "Exit status: 0 done, 1 a file could not be read or written, 2 a mistake on the command line.";
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app{"reelfx: apply the reelfx video effects to pictures and video", "reelfx"};
+    app.footer(kFooter);
+    app.require_subcommand(1);
+    std::string modulePath;
+    app.add_option("--module", modulePath,
+                   "The effects module to load (default: libreelfx.so beside reelfx)")
+        ->type_name("PATH");
+    bool verbose = false;
+    app.add_flag("-v,--verbose", verbose, "Show FFmpeg's own messages too");
+
+    bool json = false;
+    CLI::App* list = app.add_subcommand("list", "List the effects: index, name, category, tags");
+    list->add_flag("--json", json, "Print JSON for scripts");
+
+    std::string infoEffect;
+    std::string infoSize = "640x360";
+    CLI::App* info = app.add_subcommand(
+        "info", "Show an effect's parameters: kind, range, initial value, choices");
+    info->add_option("effect", infoEffect, "Effect name (any case) or index")->required();
+    info->add_flag("--json", json, "Print JSON for scripts");
+    info->add_option("--size", infoSize,
+                     "Frame size the instance is made for (crop maxima follow it)")
+        ->capture_default_str()
+        ->type_name("WxH");
+
+    RenderRequest rq;
+    std::optional<double> progress, duration;
+    std::optional<std::string> fps;
+    std::string span, displayAspect, pictureAspect, size;
+    CLI::App* render = app.add_subcommand("render", "Render a picture or video through one effect");
+    render->add_option("effect", rq.effect, "Effect name (any case) or index")->required();
+    render->add_option("input", rq.input,
+                       "PNG picture or video file (anything FFmpeg reads); - reads standard input "
+                       "(YUV4MPEG2); none renders the built-in test clip");
+    render
+        ->add_option("-o,--output", rq.output,
+                     ".png for a still; .mp4 (H.264), .mkv (lossless FFV1), .mov, ...; - writes "
+                     "YUV4MPEG2 to standard output (default: named after input and effect)")
+        ->type_name("FILE");
+    render
+        ->add_option(
+            "-p,--param", rq.params,
+            "Parameter by display name: -p \"Spot Radius=12\", -p Shape=Round, -p Color=#FF8000, "
+            "keyframes over progress -p \"Radius=0.2@0,0.8@1\"")
+        ->type_name("NAME=VALUE")
+        ->allow_extra_args(false);
+    render->add_option("--format", rq.format, "Pixels handed to the module")
+        ->capture_default_str()
+        ->transform(CLI::IsMember({"argb", "ayuv"}, CLI::ignore_case));
+    render
+        ->add_option("--span", span,
+                     "Apply the effect from START to END seconds only (END exclusive)")
+        ->type_name("START:END");
+    render->add_option("--progress", progress, "Position for a still output, 0 to 1 (default 0.5)")
+        ->type_name("T");
+    render
+        ->add_option("--display-aspect", displayAspect,
+                     "Display aspect of the frame (default: its shape)")
+        ->type_name("X");
+    render
+        ->add_option("--picture-aspect", pictureAspect,
+                     "Fit the picture by this aspect: 4:3, 16:9 or any ratio N")
+        ->type_name("4:3|16:9|N");
+    render->add_option("--size", size, "Size of the built-in test clip (default 640x360)")
+        ->type_name("WxH");
+    render
+        ->add_option("--duration", duration,
+                     "Seconds of video made from a still or the built-in clip (3)")
+        ->type_name("S");
+    render
+        ->add_option("--fps", fps,
+                     "Frame rate of video made from a still or the built-in clip (25)")
+        ->type_name("RATE");
+    render->add_option("--codec", rq.codec, "Video encoder (see ffmpeg -encoders)")
+        ->type_name("NAME");
+    render->add_option("--pix-fmt", rq.pixelFormat, "Pixel format of the encoded video")
+        ->type_name("NAME");
+    render->add_flag("--no-audio", rq.noAudio, "Leave the input's audio out");
+    render->add_flag("-q,--quiet", rq.quiet, "No progress bar, no summary");
+
+    SheetRequest sq;
+    CLI::App* sheet =
+        app.add_subcommand("sheet", "Contact sheet: every effect at its initial parameters");
+    sheet->add_option("input", sq.input,
+                      "PNG or video (first frame); none uses the built-in test picture");
+    sheet->add_option("-o,--output", sq.output, "PNG to write")
+        ->capture_default_str()
+        ->type_name("FILE");
+    sheet->add_option("--progress", sq.progress, "Position every effect is rendered at")
+        ->capture_default_str()
+        ->type_name("T");
+    sheet->add_option("--format", sq.format, "Pixels handed to the module")
+        ->capture_default_str()
+        ->transform(CLI::IsMember({"argb", "ayuv"}, CLI::ignore_case));
+    sheet->add_option("--columns", sq.columns, "Tiles per row")->capture_default_str();
+    sheet->add_option("--tile-width", sq.tileWidth, "Width of one tile in pixels")
+        ->capture_default_str();
+    sheet->add_flag("-q,--quiet", sq.quiet, "No summary");
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        const int status = app.exit(e);
+        return status == 0 ? 0 : kExitUsage;
+    }
+
+    // reelfx reports what went wrong itself; FFmpeg's lower-level messages
+    // only on request.
+    struct FontCaches {
+        ~FontCaches() { releaseFontCaches(); }
+    } fontCaches;
+    av_log_set_level(verbose ? AV_LOG_INFO : AV_LOG_FATAL);
+    installInterruptHandlers();
+    try {
+        Module module(findModule(modulePath));
+        const std::vector<EffectInfo> catalogue = module.catalogue();
+        if (*list) {
+            if (json) {
+                std::cout << listJson(catalogue).dump(2) << "\n";
+            } else {
+                std::cout << listText(catalogue);
+            }
+        } else if (*info) {
+            const int32_t index = findEffect(catalogue, infoEffect);
+            const Size frame = parseSize(infoSize);
+            Instance instance(module, index, frame.width, frame.height);
+            const EffectInfo& e = catalogue[static_cast<size_t>(index)];
+            if (json) {
+                std::cout << infoJson(e, instance.parameters(), frame.width, frame.height).dump(2)
+                          << "\n";
+            } else {
+                std::cout << infoText(e, instance.parameters(), frame.width, frame.height);
+            }
+        } else if (*render) {
+            if (!span.empty()) rq.span = span;
+            if (!displayAspect.empty()) rq.displayAspect = displayAspect;
+            if (!pictureAspect.empty()) rq.pictureAspect = pictureAspect;
+            if (!size.empty()) rq.size = size;
+            rq.progress = progress;
+            rq.duration = duration;
+            rq.fps = fps;
+            runRender(module, rq);
+        } else if (*sheet) {
+            runSheet(module, sq);
+        }
+    } catch (const Interrupted&) {
+        std::fprintf(stderr, "\nreelfx: interrupted; nothing written\n");
+        return kExitInterrupted;
+    } catch (const UsageError& e) {
+        std::fprintf(stderr, "reelfx: %s\n", e.what());
+        return kExitUsage;
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "reelfx: %s\n", e.what());
+        return kExitFailure;
+    }
+    return 0;
+}

@@ -1,0 +1,108 @@
+#include "tools/sheet.h"
+
+#include <cairo.h>
+
+#include <algorithm>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+
+#include "tools/params.h"
+
+namespace reelfx::tool {
+
+namespace {
+
+constexpr int32_t kMargin = 12;
+constexpr double kBackground[3] = {0.13, 0.13, 0.15};
+
+// Cairo wants premultiplied alpha; the module's pictures are straight.
+uint32_t premultiply(uint32_t p) {
+    const uint32_t a = p >> 24;
+    auto ch = [a](uint32_t c) { return (c * a + 127) / 255; };
+    return a << 24 | ch((p >> 16) & 0xFF) << 16 | ch((p >> 8) & 0xFF) << 8 | ch(p & 0xFF);
+}
+
+Picture renderTile(const Module& module, int32_t effect, const Picture& tileArgb,
+                   const SheetOptions& o) {
+    Instance inst(module, effect, tileArgb.width, tileArgb.height);
+    const bool ayuv = o.format == kFourccAyuv;
+    const Picture source = ayuv ? toAyuv(tileArgb) : tileArgb;
+    Picture target(source.width, source.height);
+    RenderOptions ro;
+    ro.progress = o.progress;
+    ro.format = o.format;
+    if (inst.render(&source, target, ro) != 0) {
+        throw std::runtime_error("the module refused to render effect " + std::to_string(effect));
+    }
+    return ayuv ? toArgb(target) : target;
+}
+
+}  // namespace
+
+Picture makeSheet(const Module& module, const Picture& tile, const SheetOptions& options) {
+    const std::vector<EffectInfo> effects = module.catalogue();
+    const int32_t columns = std::max<int32_t>(1, options.columns);
+    const int32_t rows = (static_cast<int32_t>(effects.size()) + columns - 1) / columns;
+    const int32_t labelHeight = std::max<int32_t>(18, tile.width / 11);
+    const int32_t titleHeight = labelHeight + kMargin;
+    const int32_t width = kMargin + columns * (tile.width + kMargin);
+    const int32_t height = titleHeight + kMargin + rows * (tile.height + labelHeight + kMargin);
+
+    cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, width, height);
+    cairo_t* cr = cairo_create(surface);
+    cairo_set_source_rgb(cr, kBackground[0], kBackground[1], kBackground[2]);
+    cairo_paint(cr);
+    cairo_select_font_face(cr, "DejaVu Sans", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_BOLD);
+    cairo_set_font_size(cr, labelHeight * 0.75);
+    cairo_set_source_rgb(cr, 1, 1, 1);
+    const std::string title = "reelfx: " + std::to_string(effects.size()) +
+                              " effects at their initial parameters, progress " +
+                              formatNumber(options.progress) +
+                              (options.format == kFourccAyuv ? ", AYUV" : ", ARGB");
+    cairo_move_to(cr, kMargin, kMargin + labelHeight * 0.8);
+    cairo_show_text(cr, title.c_str());
+
+    cairo_select_font_face(cr, "DejaVu Sans", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
+    cairo_set_font_size(cr, labelHeight * 0.62);
+    Picture premultiplied(tile.width, tile.height);
+    for (size_t i = 0; i < effects.size(); ++i) {
+        const int32_t col = static_cast<int32_t>(i) % columns;
+        const int32_t row = static_cast<int32_t>(i) / columns;
+        const double x = kMargin + col * (tile.width + kMargin);
+        const double y = titleHeight + kMargin + row * (tile.height + labelHeight + kMargin);
+
+        const Picture rendered = renderTile(module, effects[i].index, tile, options);
+        for (int32_t ty = 0; ty < tile.height; ++ty) {
+            for (int32_t tx = 0; tx < tile.width; ++tx)
+                premultiplied.at(tx, ty) = premultiply(rendered.at(tx, ty));
+        }
+        cairo_surface_t* image = cairo_image_surface_create_for_data(
+            reinterpret_cast<unsigned char*>(premultiplied.data()), CAIRO_FORMAT_ARGB32, tile.width,
+            tile.height, premultiplied.stride);
+        cairo_set_source_surface(cr, image, x, y);
+        cairo_paint(cr);
+        cairo_surface_destroy(image);
+
+        const std::string label = std::to_string(effects[i].index) + "  " + effects[i].name;
+        cairo_set_source_rgb(cr, 0.92, 0.92, 0.92);
+        cairo_move_to(cr, x, y + tile.height + labelHeight * 0.78);
+        cairo_show_text(cr, label.c_str());
+    }
+    cairo_destroy(cr);
+    cairo_surface_flush(surface);
+
+    // The background is opaque, so the sheet is opaque: premultiplied and
+    // straight words are the same.
+    Picture out(width, height);
+    const unsigned char* data = cairo_image_surface_get_data(surface);
+    const int stride = cairo_image_surface_get_stride(surface);
+    for (int32_t y = 0; y < height; ++y) {
+        std::memcpy(out.row(y), data + static_cast<ptrdiff_t>(y) * stride,
+                    static_cast<size_t>(width) * 4);
+    }
+    cairo_surface_destroy(surface);
+    return out;
+}
+
+}  // namespace reelfx::tool
