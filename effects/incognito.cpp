@@ -6,16 +6,12 @@
 #include <cstdlib>
 
 #include "effects/effects.h"
+#include "pixel/block.h"
+#include "pixel/color.h"
 #include "pixel/numeric.h"
 #include "plugin/parameters.h"
 
 namespace {
-
-void fillWhite(uint32_t* dst, int32_t pitch, int32_t width, int32_t height, uint32_t format) {
-    const uint32_t white = format == kFourccAyuv ? 0xFFEA8080u : 0xFFFFFFFFu;
-    for (int32_t y = 0; y < height; ++y)
-        std::fill_n(dst + static_cast<int64_t>(y) * pitch, width, white);
-}
 
 // 1 / 32767 in single precision: scales a generator value to 0 ... 1.
 constexpr float kInvRandMax = 3.0518509e-5f;
@@ -50,7 +46,7 @@ void renderIncognito(const FrameContext* ctx, const ParameterBlock* block, uint3
     const int64_t pitch = ctx->stride >> 2;
     if (!dst) return;
     if (!src) {
-        fillWhite(dst, static_cast<int32_t>(pitch), width, height, format);
+        fillRect(dst, ctx->stride, width, height, opaqueWhite(format));
         return;
     }
     for (int32_t y = 0; y < height; ++y) std::copy_n(src + y * pitch, width, dst + y * pitch);

@@ -10,18 +10,9 @@
 
 #include "effects/effects.h"
 #include "pixel/block.h"
+#include "pixel/color.h"
 #include "pixel/numeric.h"
 #include "plugin/parameters.h"
-
-namespace {
-
-void fillWhite(uint32_t* dst, int32_t pitch, int32_t width, int32_t height, uint32_t format) {
-    const uint32_t white = format == kFourccAyuv ? 0xFFEA8080u : 0xFFFFFFFFu;
-    for (int32_t y = 0; y < height; ++y)
-        std::fill_n(dst + static_cast<int64_t>(y) * pitch, width, white);
-}
-
-}  // namespace
 
 void renderMosaic(const FrameContext* ctx, const ParameterBlock* block, uint32_t format) {
     uint32_t* dst = ctx->destination;
@@ -31,7 +22,7 @@ void renderMosaic(const FrameContext* ctx, const ParameterBlock* block, uint32_t
     const int64_t pitch = ctx->stride >> 2;
     if (!dst) return;
     if (!src) {
-        fillWhite(dst, static_cast<int32_t>(pitch), width, height, format);
+        fillRect(dst, ctx->stride, width, height, opaqueWhite(format));
         return;
     }
     if (width <= 0 || height <= 0) return;

@@ -8,16 +8,11 @@
 
 #include "effects/effects.h"
 #include "pixel/block.h"
+#include "pixel/color.h"
 #include "pixel/numeric.h"
 #include "plugin/parameters.h"
 
 namespace {
-
-void fillWhite(uint32_t* dst, int32_t pitch, int32_t width, int32_t height, uint32_t format) {
-    const uint32_t white = format == kFourccAyuv ? 0xFFEA8080u : 0xFFFFFFFFu;
-    for (int32_t y = 0; y < height; ++y)
-        std::fill_n(dst + static_cast<int64_t>(y) * pitch, width, white);
-}
 
 // Boundary k of `count` cells over `size` pixels: trunc(k * cell) for k <
 // count, and `size` itself for the last one. The cell size is single
@@ -50,7 +45,7 @@ void renderStainedGlass(const FrameContext* ctx, const ParameterBlock* block, ui
     const int64_t pitch = stride >> 2;
     if (!dst) return;
     if (!src) {
-        fillWhite(dst, static_cast<int32_t>(pitch), width, height, format);
+        fillRect(dst, ctx->stride, width, height, opaqueWhite(format));
         return;
     }
     if (width <= 0 || height <= 0) return;

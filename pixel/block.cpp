@@ -34,6 +34,12 @@ uint32_t blockAverage(const uint32_t* base, int32_t stride, int32_t width, int32
            static_cast<uint32_t>(s0 / n);
 }
 
+void fillRect(uint32_t* base, int32_t stride, int32_t width, int32_t height, uint32_t word) {
+    if (width <= 0) return;
+    const ptrdiff_t pitch = stride >> 2;
+    for (int32_t y = 0; y < height; ++y) std::fill_n(base + y * pitch, width, word);
+}
+
 void drawLine(uint32_t* base, int32_t stride, int32_t width, int32_t height, int32_t x0,
               int32_t y0, int32_t x1, int32_t y1, uint32_t colour) {
     const ptrdiff_t pitch = stride >> 2;

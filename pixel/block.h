@@ -16,6 +16,10 @@ inline int brightnessKey(uint32_t p) {
 uint32_t blockAverage(const uint32_t* base, int32_t stride, int32_t width, int32_t height,
                       int32_t x0, int32_t y0, int32_t x1, int32_t y1);
 
+// Fills width x height pixels, rows `stride` bytes apart, with `word`; empty
+// or negative sizes write nothing.
+void fillRect(uint32_t* base, int32_t stride, int32_t width, int32_t height, uint32_t word);
+
 // Bresenham line from (x0, y0) to (x1, y1), both ends drawn; only points
 // inside the picture are written.
 void drawLine(uint32_t* base, int32_t stride, int32_t width, int32_t height, int32_t x0,

@@ -6,6 +6,12 @@
 
 #include "plugin/host_records.h"
 
+// Opaque white in the frame's format: what a renderer paints over its active
+// rectangle when the host hands it no source picture.
+inline uint32_t opaqueWhite(uint32_t format) {
+    return format == kFourccAyuv ? 0xFFEA8080u : 0xFFFFFFFFu;
+}
+
 // AYUV -> ARGB when `format` is AYUV; any other code returns p unchanged.
 uint32_t frameToArgb(uint32_t p, uint32_t format);
 // ARGB -> AYUV when `format` is ARGB (the pixel is ARGB and luma is wanted).
