@@ -1,5 +1,139 @@
-#include "effects/effects.h"
+// "Multi-Prism Lens": a faceted lens. A central disc shows the picture
+// unchanged; the ring around it is cut into equal angular facets, each of
+// which shows the picture shifted outward along the facet's bisector.
+//
+// Two stages: BuildPrismMap computes one (dx, dy) offset per pixel from the
+// geometry and the three parameters (the entry caches the map in the
+// instance and rebuilds it only when one of them changes); ApplyPrismMap
+// copies source pixels through the map on every frame. Samples that fall
+// outside the picture take the background colour.
+#include <cmath>
+#include <cstdint>
+#include <cstring>
 
-// Not drawn yet: only the frame border appears.
-void BuildPrismMap(uint8_t*, int32_t, int32_t, int32_t, int32_t, double, double, double, double) {}
-void ApplyPrismMap(uint32_t*, const uint32_t*, int32_t, int32_t, int32_t, const uint8_t*, int32_t, uint32_t, uint32_t) {}
+#include "effects/effects.h"
+#include "pixel/block.h"
+#include "pixel/color.h"
+#include "pixel/fxmath.h"
+#include "pixel/numeric.h"
+#include "pixel/resizer.h"
+
+namespace {
+
+constexpr double kTwoPi = 6.283185307179586;
+constexpr int32_t kMinFacets = 2;
+constexpr int32_t kMaxFacets = 20;
+
+// Clamps to [lo, hi]; NaN takes the value that disturbs least (`nanValue`).
+double clampReal(double v, double lo, double hi, double nanValue) {
+    if (v != v) return nanValue;
+    if (v < lo) return lo;
+    if (v > hi) return hi;
+    return v;
+}
+
+// A map entry: dx in the first 16 bits, dy in the next (little-endian words).
+uint32_t packEntry(int32_t dx, int32_t dy) {
+    return (static_cast<uint32_t>(dx) & 0xFFFFu) | (static_cast<uint32_t>(dy) << 16);
+}
+
+}  // namespace
+
+void BuildPrismMap(uint8_t* map, int32_t mapStride, int32_t width, int32_t height,
+                   int32_t facetCount, double centerRadius, double refraction,
+                   double centerOffsetX, double centerOffsetY) {
+    // The map must hold width entries per row; anything else is not written.
+    if (!map || width <= 0 || height <= 0 || int64_t{mapStride} < int64_t{width} * 4) return;
+
+    int32_t n = facetCount;
+    if (n < kMinFacets) n = kMinFacets;
+    if (n > kMaxFacets) n = kMaxFacets;
+    // A NaN radius or refraction counts as 0 (no disc, no shift) and a NaN
+    // centre offset as 0 (the centre of the picture).
+    centerRadius = clampReal(centerRadius, 0.0, 1.0, 0.0);
+    refraction = clampReal(refraction, 0.0, 1.0, 0.0);
+    centerOffsetX = clampReal(centerOffsetX, -1.0, 1.0, 0.0);
+    centerOffsetY = clampReal(centerOffsetY, -1.0, 1.0, 0.0);
+
+    const int32_t halfW = width >> 1;
+    const int32_t halfH = height >> 1;
+    int32_t cx = halfW + truncToInt32(halfW * centerOffsetX);
+    int32_t cy = halfH + truncToInt32(halfH * centerOffsetY);
+    if (cx < 0) cx = 0;
+    if (cx > width - 1) cx = width - 1;
+    if (cy < 0) cy = 0;
+    if (cy > height - 1) cy = height - 1;
+
+    // The sum of squares is taken in 64 bits: it fits 32 bits for every
+    // frame up to 65535 pixels on a side and must not wrap beyond that.
+    const int64_t squares = int64_t{halfW} * halfW + int64_t{halfH} * halfH;
+    const double halfDiagonal = std::sqrt(static_cast<double>(squares));
+    const int64_t discRadius = truncToInt32(halfDiagonal * centerRadius);
+    const int64_t discRadius2 = discRadius * discRadius;
+    const double shift = halfDiagonal * refraction;
+
+    // Facet k starts at angle (1/n) * k * 2pi, measured clockwise from straight
+    // up, and shifts its pixels by (dx, dy), against its bisector.
+    double start[kMaxFacets];
+    uint32_t entry[kMaxFacets];
+    const double step = 1.0 / n;
+    for (int32_t k = 0; k < n; ++k) {
+        start[k] = step * k * kTwoPi;
+        const double bisector = step * (k + 0.5) * kTwoPi;
+        const int32_t dx = -truncToInt32(shift * fxSin(bisector));
+        const int32_t dy = -truncToInt32(-shift * fxCos(bisector));
+        entry[k] = packEntry(dx, dy);
+    }
+
+    for (int32_t row = 0; row < height; ++row) {
+        uint8_t* out = map + static_cast<int64_t>(row) * mapStride;
+        const int64_t Y = int64_t{cy} - row;
+        const int64_t rowPart = Y * Y;
+        for (int32_t col = 0; col < width; ++col) {
+            const int64_t X = int64_t{col} - cx;
+            uint32_t e = 0;  // inside the disc (the centre pixel always is)
+            if (X * X + rowPart > discRadius2) {
+                double phi = fxAtan2(static_cast<double>(X), static_cast<double>(Y));
+                if (phi < 0.0) phi += kTwoPi;
+                // The last facet whose start is not past phi: a pixel exactly
+                // on a boundary belongs to the facet that begins there.
+                int32_t k = n - 1;
+                while (k > 0 && start[k] > phi) --k;
+                e = entry[k];
+            }
+            std::memcpy(out + static_cast<int64_t>(col) * 4, &e, 4);
+        }
+    }
+}
+
+void ApplyPrismMap(uint32_t* dst, const uint32_t* src, int32_t stride, int32_t width,
+                   int32_t height, const uint8_t* map, int32_t mapStride, uint32_t borderColour,
+                   uint32_t format) {
+    if (!dst) return;
+    if (!src) {
+        fillRect(dst, stride, width, height, opaqueWhite(format));
+        return;
+    }
+    if (!map || width <= 0 || height <= 0 || int64_t{mapStride} < int64_t{width} * 4) return;
+
+    // The background colour in the frame's format: every pixel of the block
+    // holds it, though only the first result is read.
+    const uint32_t colourBlock[4] = {borderColour, borderColour, borderColour, borderColour};
+    uint32_t converted[4] = {0, 0, 0, 0};
+    Resizer(0, kFourccArgb, colourBlock, 8, 2, 2, format, converted, 8, 2, 2, 0, 0);
+    const uint32_t fill = converted[0];
+
+    const int64_t pitch = stride >> 2;
+    for (int32_t row = 0; row < height; ++row) {
+        const uint8_t* in = map + static_cast<int64_t>(row) * mapStride;
+        uint32_t* out = dst + row * pitch;
+        for (int32_t col = 0; col < width; ++col) {
+            int16_t d[2];
+            std::memcpy(d, in + static_cast<int64_t>(col) * 4, 4);
+            const int64_t sx = int64_t{col} + d[0];
+            const int64_t sy = int64_t{row} + d[1];
+            const bool inside = sx >= 0 && sx < width && sy >= 0 && sy < height;
+            out[col] = inside ? src[sy * pitch + sx] : fill;
+        }
+    }
+}
