@@ -117,9 +117,13 @@ bool upkeepPrismMap(PluginInstance* inst, const FrameContext& ctx, const Paramet
             inst->cachedWidth = ctx.width;
             inst->cachedHeight = ctx.height;
         }
-        if (inst->workBuffer) buildPrismMap(inst, block);
+        if (!inst->workBuffer) return false;
+        // Built from the current values: comparing them again could only
+        // rebuild the same map (a fractional or NaN value never compares
+        // equal to what was stored).
+        buildPrismMap(inst, block);
+        return true;
     }
-    if (!inst->workBuffer) return false;
     if (static_cast<double>(inst->cachedPrisms) != paramValue(block, 0) ||
         inst->cachedCenterRadius != paramValue(block, 1) ||
         inst->cachedRefraction != paramValue(block, 2)) {
