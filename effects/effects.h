@@ -70,9 +70,9 @@ void renderToneMap(uint32_t* dst, const uint32_t* src, int32_t stride, int32_t w
 void renderColorCircleShift(uint32_t* dst, const uint32_t* src, int32_t stride, int32_t width,
                             int32_t height, double progress, double offset, double period,
                             uint32_t format);
-// "Flip XY" (21)
+// "Flip XY" (21): `format` only picks the white painted without a source.
 void renderFlipXY(uint32_t* dst, const uint32_t* src, int32_t stride, int32_t width,
-                  int32_t height, int32_t flipX, int32_t flipY);
+                  int32_t height, int32_t flipX, int32_t flipY, uint32_t format);
 // "Flood" (22)
 void renderFlood(const FrameContext* ctx, const ParameterBlock* block, uint32_t format);
 // "Stained Glass" (23)

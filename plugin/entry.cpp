@@ -220,7 +220,9 @@ void route(uint32_t effectIndex, PluginInstance* inst, const FrameContext& ctx,
             renderColorCircleShift(dst, src, s, w, h, t, paramValue(block, 0),
                                    paramValue(block, 1), fmt);
             break;
-        case 21: renderFlipXY(dst, src, s, w, h, paramInt(block, 0), paramInt(block, 1)); break;
+        case 21:
+            renderFlipXY(dst, src, s, w, h, paramInt(block, 0), paramInt(block, 1), fmt);
+            break;
         case 22: renderFlood(&ctx, block, fmt); break;
         case 23: renderStainedGlass(&ctx, block, fmt); break;
         case 24: renderLantern(&ctx, block, t, fmt); break;
