@@ -1,4 +1,76 @@
-#include "effects/effects.h"
+// "Night Vision": a green monochrome picture. Each pixel's level is a mix of
+// its red and green channels, stretched by a gain around a base level, shown
+// as pure green and mixed with the source pixel by the intensity.
+#include <cstdint>
+#include <cstring>
 
-// Not drawn yet: only the frame border appears.
-void renderNightVision(uint32_t*, const uint32_t*, int32_t, int32_t, int32_t, double, double, double, double, uint32_t) {}
+#include "effects/effects.h"
+#include "pixel/block.h"
+#include "pixel/color.h"
+#include "pixel/numeric.h"
+
+namespace {
+
+// Below lo gives lo, above hi gives hi; NaN, which is neither, is taken as lo.
+inline double clampParam(double v, double lo, double hi) {
+    if (!(v >= lo)) return lo;
+    return v > hi ? hi : v;
+}
+
+}  // namespace
+
+void renderNightVision(uint32_t* dst, const uint32_t* src, int32_t stride, int32_t width,
+                       int32_t height, double intensity, double redGreenMix, double brightnessGain,
+                       double brightnessBase, uint32_t format) {
+    if (!dst) return;
+    if (!src) {
+        // No source picture: the active rectangle becomes opaque white, as
+        // in every effect that finds none.
+        fillRect(dst, stride, width, height, opaqueWhite(format));
+        return;
+    }
+    if (width <= 0 || height <= 0) return;
+
+    const double intensityC = clampParam(intensity, 0.0, 1.0);
+    const double mix = clampParam(redGreenMix, 0.0, 1.0);
+    const double gain = clampParam(brightnessGain, 0.0, 5.0);
+    const double base = clampParam(brightnessBase, 0.0, 1.0) * 255.0;
+    const int64_t pitch = stride >> 2;
+
+    if (intensityC == 0.0) {
+        // No green at all: the picture is copied as it is, without conversion.
+        for (int64_t y = 0; y < height; ++y) {
+            std::memmove(dst + y * pitch, src + y * pitch,
+                         static_cast<size_t>(width) * sizeof(uint32_t));
+        }
+        return;
+    }
+
+    // Per frame: channel minus base for every channel value, and the green
+    // pixel of every level in the frame's format (alpha added per pixel;
+    // the conversions carry alpha through unchanged).
+    double offsetFromBase[256];
+    uint32_t green[256];
+    for (int32_t c = 0; c < 256; ++c) {
+        offsetFromBase[c] = c - base;
+        green[c] = argbToFrame(static_cast<uint32_t>(c) << 8, format);
+    }
+    // At full intensity the mix is exact: (Q - s) * 1 + s gives Q in every channel.
+    const bool full = intensityC == 1.0;
+
+    for (int64_t y = 0; y < height; ++y) {
+        const uint32_t* in = src + y * pitch;
+        uint32_t* out = dst + y * pitch;
+        for (int32_t x = 0; x < width; ++x) {
+            const uint32_t s = in[x];
+            const uint32_t p = frameToArgb(s, format);
+            const double r = offsetFromBase[(p >> 16) & 0xFF];
+            const double g = offsetFromBase[(p >> 8) & 0xFF];
+            const double level = (((g - r) * mix) + r) * gain + base;
+            int32_t lv = truncToInt32(level);
+            lv = lv < 0 ? 0 : (lv > 255 ? 255 : lv);
+            const uint32_t q = (p & 0xFF000000u) | green[lv];
+            out[x] = full ? q : mixPixel(s, q, intensityC);
+        }
+    }
+}
