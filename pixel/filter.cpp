@@ -1,9 +1,255 @@
+// Separable filters in table-driven fixed point.
+//
+// A kernel of n weights (w[0] the centre, w[k] the weight at distance k on
+// both sides) is compiled into up to three tables of 256 entries; table j
+// holds, for a byte value v, the products of v with the weights at distances
+// 3j, 3j + 1 and 3j + 2 in three 10-bit fields. Sliding along a line, each
+// table feeds two running accumulators per byte: the left one shifts right
+// by a field per pixel, the right one shifts left, so one lookup serves
+// three taps and no multiplication happens per pixel.
 #include "pixel/filter.h"
 
-// Placeholder until the filter facility lands: every code filters nothing.
-void BuildFilterTables(const float*, int, FilterTables* tables) {
-    *tables = FilterTables{};
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+
+#include "pixel/numeric.h"
+
+namespace {
+
+// Weights as single-precision constants; the box rows are 1 / (2n - 1) to
+// six decimals, so they do not sum to exactly one.
+constexpr float kBox2[] = {0.333333f, 0.333333f};
+constexpr float kBox3[] = {0.2f, 0.2f, 0.2f};
+constexpr float kBox4[] = {0.142857f, 0.142857f, 0.142857f, 0.142857f};
+constexpr float kBox5[] = {0.111111f, 0.111111f, 0.111111f, 0.111111f, 0.111111f};
+constexpr float kBox6[] = {0.090909f, 0.090909f, 0.090909f, 0.090909f, 0.090909f, 0.090909f};
+constexpr float kBox7[] = {0.076923f, 0.076923f, 0.076923f, 0.076923f,
+                           0.076923f, 0.076923f, 0.076923f};
+constexpr float kBox8[] = {0.066667f, 0.066667f, 0.066667f, 0.066667f,
+                           0.066667f, 0.066667f, 0.066667f, 0.066667f};
+constexpr float kBox9[] = {0.058823f, 0.058823f, 0.058823f, 0.058823f, 0.058823f,
+                           0.058823f, 0.058823f, 0.058823f, 0.058823f};
+constexpr float kSharp2[] = {1.333333f, -0.166667f};
+constexpr float kSharp3[] = {1.5f, -0.125f, -0.125f};
+constexpr float kSharp4[] = {1.599999f, -0.1f, -0.1f, -0.1f};
+constexpr float kSharp5[] = {1.666667f, -0.083333f, -0.083333f, -0.083333f, -0.083333f};
+constexpr float kSharp6[] = {1.7f, -0.07f, -0.07f, -0.07f, -0.07f, -0.07f};
+constexpr float kSharp7[] = {1.75f, -0.0625f, -0.0625f, -0.0625f, -0.0625f, -0.0625f, -0.0625f};
+constexpr float kSharp8[] = {1.778f,   -0.0555f, -0.0555f, -0.0555f,
+                             -0.0555f, -0.0555f, -0.0555f, -0.0555f};
+constexpr float kSharp9[] = {1.8f,  -0.05f, -0.05f, -0.05f, -0.05f,
+                             -0.05f, -0.05f, -0.05f, -0.05f};
+
+// Indexed by the last digit of the code minus 2; that digit is n.
+constexpr const float* kBoxKernels[] = {kBox2, kBox3, kBox4, kBox5, kBox6, kBox7, kBox8, kBox9};
+constexpr const float* kSharpKernels[] = {kSharp2, kSharp3, kSharp4, kSharp5,
+                                          kSharp6, kSharp7, kSharp8, kSharp9};
+
+// trunc(w * v * 262144 + 32768) >> 16: 4 * w * v rounded half up for a
+// non-negative product. Double precision, where w * v is exact.
+inline int32_t product(double w, int v) {
+    return truncToInt32(w * static_cast<double>(v) * 262144.0 + 32768.0) >> 16;
 }
-void FilterLine(const uint32_t*, int32_t, ptrdiff_t, const FilterTables*, uint32_t*) {}
-void FilterPicture(const FilterImage*, const float*, int, const FilterImage*) {}
-void ApplyFilterCode(uint32_t*, const uint32_t*, int32_t, int32_t, int32_t, int32_t) {}
+
+// Weights below zero are lifted by an offset so that every field stays
+// non-negative; the offsets come back out as the bias.
+inline int32_t negativeOffset(double w) {
+    return w < 0.0 ? truncToInt32(w * -1024.0) : 0;
+}
+
+// One step of the left accumulator: the oldest field falls out at the bottom
+// (arithmetic shift), the new pixel's entry comes in.
+inline uint32_t stepLeft(uint32_t acc, uint32_t entry) {
+    return static_cast<uint32_t>(static_cast<int32_t>(acc) >> 10) + entry;
+}
+
+// One step of the right accumulator: fields move up, the oldest leaves the
+// top of the word.
+inline uint32_t stepRight(uint32_t acc, uint32_t entry) {
+    return (acc << 10) + entry;
+}
+
+inline uint32_t byteOf(uint32_t p, int k) {
+    return (p >> (8 * k)) & 0xFFu;
+}
+
+// Slides a kernel of G tables along the working line L (P repeated pixels,
+// the count pixels, P repeated pixels).
+template <int G>
+void slide(const uint32_t* L, int32_t count, ptrdiff_t step, const FilterTables& tables,
+           uint32_t* dst) {
+    constexpr int P = 3 * G - 1;
+    uint32_t left[4][G];
+    uint32_t right[4][G];
+    // Prime both accumulators for the first centre c0 = P.
+    for (int k = 0; k < 4; ++k) {
+        for (int j = 0; j < G; ++j) {
+            const uint32_t* T = tables.T[j];
+            left[k][j] = stepLeft(stepLeft(0, T[byteOf(L[P - 3 * j - 2], k)]),
+                                  T[byteOf(L[P - 3 * j - 1], k)]);
+            right[k][j] = stepRight(stepRight(0, T[byteOf(L[P + 3 * j], k)]),
+                                    T[byteOf(L[P + 3 * j + 1], k)]);
+        }
+    }
+    const uint32_t bias = static_cast<uint32_t>(tables.bias);
+    for (int32_t i = 0; i < count; ++i) {
+        const uint32_t* c = L + P + i;
+        uint32_t out = 0;
+        for (int k = 0; k < 4; ++k) {
+            uint32_t sum = 0;
+            for (int j = 0; j < G; ++j) {
+                const uint32_t* T = tables.T[j];
+                left[k][j] = stepLeft(left[k][j], T[byteOf(c[-3 * j], k)]);
+                right[k][j] = stepRight(right[k][j], T[byteOf(c[3 * j + 2], k)]);
+                sum += (left[k][j] & 0x3FFu) + ((right[k][j] >> 20) & 0x3FFu);
+            }
+            const int32_t r = static_cast<int32_t>(sum - bias) >> 2;
+            const uint32_t v = r <= 0 ? 0u : (r > 255 ? 255u : static_cast<uint32_t>(r));
+            out |= v << (8 * k);
+        }
+        dst[i * step] = out;
+    }
+}
+
+}  // namespace
+
+const float* FilterKernel(int32_t code, int* n) {
+    const int32_t digit = code % 100;
+    if (digit < 2 || digit > 9) return nullptr;
+    const float* kernel = nullptr;
+    if (code / 100 == 1) kernel = kBoxKernels[digit - 2];
+    if (code / 100 == 2) kernel = kSharpKernels[digit - 2];
+    if (kernel && n) *n = digit;
+    return kernel;
+}
+
+void BuildFilterTables(const float* weights, int n, FilterTables* tables) {
+    // Sum of the full kernel: the centre once, every other weight twice.
+    double others = 0.0;
+    for (int k = 1; k < n; ++k) others += weights[k];
+    const double s = (n >= 1 ? static_cast<double>(weights[0]) : 0.0) + 2.0 * others;
+    if (std::fabs(s - 1.0) > 0.001) std::fprintf(stderr, "Warning: filter sum != 1 (=%f)\n", s);
+
+    uint32_t bias = 0;  // 32-bit wrap-around, defined for any kernel
+    int32_t groups = 0;
+    for (int i = 0; i < n; i += 3, ++groups) {
+        auto weight = [&](int k) { return k < n ? static_cast<double>(weights[k]) : 0.0; };
+        // The centre tap enters both accumulators of the first table, so it
+        // is stored at half its weight.
+        const double a = i == 0 ? 0.5 * weight(0) : weight(i);
+        const double b = weight(i + 1);
+        const double c = weight(i + 2);
+        if (std::fabs(a) + std::fabs(b) + std::fabs(c) > 1.0) {
+            std::fprintf(stderr, "|%f|+|%f|+|%f| > 1\n", a, b, c);
+        }
+        const int32_t offA = negativeOffset(a);
+        const int32_t offB = negativeOffset(b);
+        const int32_t offC = negativeOffset(c);
+        bias += 2u * (static_cast<uint32_t>(offA) + static_cast<uint32_t>(offB) +
+                      static_cast<uint32_t>(offC));
+        // A kernel of more than nine weights has more groups than tables; it
+        // is counted (and then filters nothing) but gets no table.
+        if (groups >= 3) continue;
+        uint32_t* T = tables->T[groups];
+        for (int v = 0; v < 256; ++v) {
+            const uint32_t f0 = static_cast<uint32_t>(product(a, v)) + static_cast<uint32_t>(offA);
+            // +1 in every table: two per output sum, half of the divisor 4
+            // for one table.
+            const uint32_t f1 =
+                static_cast<uint32_t>(product(b, v)) + static_cast<uint32_t>(offB) + 1u;
+            const uint32_t f2 = static_cast<uint32_t>(product(c, v)) + static_cast<uint32_t>(offC);
+            T[v] = f0 + (f1 << 10) + (f2 << 20);
+        }
+    }
+    tables->bias = static_cast<int32_t>(bias);
+    tables->groups = groups;
+}
+
+void FilterLine(const uint32_t* src, int32_t count, ptrdiff_t step, const FilterTables* tables,
+                uint32_t* dst, uint32_t* workLine) {
+    const int32_t groups = tables->groups;
+    if (count <= 0 || groups < 1 || groups > 3) return;
+    const int32_t pad = 3 * groups - 1;
+
+    // The working line: the edge pixels repeated `pad` times on both sides.
+    // Lines too long for the local line use the caller's line or, for a
+    // caller that has none, one of their own.
+    uint32_t local[kFilterLocalLine];
+    uint32_t* own = nullptr;
+    uint32_t* L = local;
+    const int64_t length = int64_t{count} + 2 * pad;
+    if (length > kFilterLocalLine) {
+        if (workLine) {
+            L = workLine;
+        } else {
+            own = static_cast<uint32_t*>(std::malloc(static_cast<size_t>(length) * 4));
+            if (!own) return;  // out of memory: the line cannot be filtered
+            L = own;
+        }
+    }
+    std::fill_n(L, pad, src[0]);
+    for (int32_t k = 0; k < count; ++k) L[pad + k] = src[k * step];
+    std::fill_n(L + pad + count, pad, src[(count - 1) * step]);
+
+    switch (groups) {
+        case 1: slide<1>(L, count, step, *tables, dst); break;
+        case 2: slide<2>(L, count, step, *tables, dst); break;
+        default: slide<3>(L, count, step, *tables, dst); break;
+    }
+    std::free(own);
+}
+
+bool FilterPicture(const FilterImage* source, const float* weights, int n,
+                   const FilterImage* destination) {
+    const int32_t width = source->width;
+    const int32_t height = source->height;
+    const int32_t stride = source->stride;
+    const uint32_t* src = source->pixels;
+    uint32_t* dst = destination->pixels;
+    // Only whole-pixel strides that hold a full row are filtered; rows that
+    // overlap or run backwards would be read after being written.
+    if (!src || !dst || width <= 0 || height <= 0 || stride % 4 != 0 ||
+        int64_t{stride} < int64_t{width} * 4) {
+        return false;
+    }
+    const ptrdiff_t pitch = stride / 4;
+
+    // The intermediate picture, and behind it, when the longer side does not
+    // fit the local working line, one working line shared by every line of
+    // this call. A single allocation; if it fails the destination is left
+    // untouched, as for an unknown code.
+    const int64_t interWords = int64_t{height} * pitch;
+    const int64_t lineWords = int64_t{std::max(width, height)} + kFilterLineMargin;
+    const int64_t extraWords = lineWords > kFilterLocalLine ? lineWords : 0;
+    const uint64_t bytes = static_cast<uint64_t>(interWords + extraWords) * 4;
+    if (bytes > SIZE_MAX) return false;
+    auto* inter = static_cast<uint32_t*>(std::malloc(static_cast<size_t>(bytes)));
+    if (!inter) return false;
+    uint32_t* workLine = extraWords ? inter + interWords : nullptr;
+
+    FilterTables tables;
+    BuildFilterTables(weights, n, &tables);
+    const bool filters = tables.groups >= 1 && tables.groups <= 3;
+    if (filters) {
+        for (int32_t y = 0; y < height; ++y) {
+            FilterLine(src + y * pitch, width, 1, &tables, inter + y * pitch, workLine);
+        }
+        for (int32_t x = 0; x < width; ++x) {
+            FilterLine(inter + x, height, pitch, &tables, dst + x, workLine);
+        }
+    }
+    std::free(inter);
+    return filters;
+}
+
+bool ApplyFilterCode(uint32_t* dst, const uint32_t* src, int32_t stride, int32_t width,
+                     int32_t height, int32_t code) {
+    int n = 0;
+    const float* weights = FilterKernel(code, &n);
+    if (!weights) return false;
+    const FilterImage source{width, height, stride, const_cast<uint32_t*>(src)};
+    const FilterImage destination{width, height, stride, dst};
+    return FilterPicture(&source, weights, n, &destination);
+}
