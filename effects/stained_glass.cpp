@@ -51,11 +51,18 @@ void renderStainedGlass(const FrameContext* ctx, const ParameterBlock* block, ui
     if (width <= 0 || height <= 0) return;
 
     // Fewer than one cell per side (0, negative, NaN) means one cell: every
-    // candidate is that cell and the picture takes its average colour. More
-    // cells than the shorter side has pixels would leave cells empty, with no
-    // darkest pixel to seed them: the grid is capped at the shorter side, so
-    // every cell holds a pixel and the work arrays never outgrow the picture.
-    const int32_t g = std::clamp(truncToInt32(paramValue(block, 0)), 1, std::min(width, height));
+    // candidate is that cell and the picture takes its average colour.
+    //
+    // A grid finer than the picture has cells without pixels. Such a cell
+    // has no darkest pixel, so it gets no seed and takes no part as a
+    // candidate for its neighbours' pixels; its clamped neighbours are
+    // looked up in the full grid as usual. Once G reaches the longer side
+    // every cell that holds a pixel holds exactly one and is its own nearest
+    // seed, so a larger G draws the same picture: G stops there, which
+    // bounds the boundary tables by the picture's sides.
+    int32_t g = truncToInt32(paramValue(block, 0));
+    if (g < 1) g = 1;
+    g = std::min(g, std::max(width, height));
 
     std::vector<int32_t> edges(2 * (static_cast<size_t>(g) + 1));
     int32_t* colEdge = edges.data();
@@ -63,20 +70,32 @@ void renderStainedGlass(const FrameContext* ctx, const ParameterBlock* block, ui
     cellBoundaries(colEdge, g, width);
     cellBoundaries(rowEdge, g, height);
 
-    const size_t cells = static_cast<size_t>(g) * g;
+    // Only cells with pixels are stored: slot[k] is the index of grid column
+    // (or row) k among the non-empty ones, -1 when it is empty. The work
+    // arrays then hold at most one entry per pixel.
+    std::vector<int32_t> slots(2 * static_cast<size_t>(g));
+    int32_t* colSlot = slots.data();
+    int32_t* rowSlot = colSlot + g;
+    int32_t cols = 0, rows = 0;
+    for (int32_t k = 0; k < g; ++k) {
+        colSlot[k] = colEdge[k + 1] > colEdge[k] ? cols++ : -1;
+        rowSlot[k] = rowEdge[k + 1] > rowEdge[k] ? rows++ : -1;
+    }
+
+    const size_t cells = static_cast<size_t>(rows) * cols;
     std::vector<int32_t> seedX(cells), seedY(cells);
     std::vector<uint32_t> colour(cells);
 
     for (int32_t r = 0; r < g; ++r) {
+        if (rowSlot[r] < 0) continue;
         const int32_t y0 = rowEdge[r], y1 = rowEdge[r + 1];
         for (int32_t c = 0; c < g; ++c) {
+            if (colSlot[c] < 0) continue;
             const int32_t x0 = colEdge[c], x1 = colEdge[c + 1];
-            const size_t i = static_cast<size_t>(r) * g + c;
+            const size_t i = static_cast<size_t>(rowSlot[r]) * cols + colSlot[c];
             colour[i] = blockAverage(src, stride, width, height, x0, y0, x1, y1);
             // First darkest pixel in scan order: a row's minimum, then its
-            // first position there; a later row must be strictly darker. A
-            // cell without pixels cannot occur under the cap; it would keep
-            // its top-left corner.
+            // first position there; a later row must be strictly darker.
             int bestKey = 256;
             int32_t sx = x0, sy = y0;
             for (int32_t y = y0; y < y1; ++y) {
@@ -96,37 +115,43 @@ void renderStainedGlass(const FrameContext* ctx, const ParameterBlock* block, ui
 
     // Candidate order: self, upper left, upper right, up, lower left, lower
     // right, down, left, right. At the grid's edge a missing neighbour is the
-    // nearest existing cell; with G = 1 all nine are the one cell. The x
-    // terms of the distances are tabulated once per cell, the y terms once
-    // per row, so the pixel loop only adds and compares.
+    // nearest existing cell; with G = 1 all nine are the one cell; empty
+    // cells are left out. The x terms of the distances are tabulated once
+    // per cell, the y terms once per row, so the pixel loop only adds and
+    // compares.
     static constexpr int kDr[9] = {0, -1, -1, -1, 1, 1, 1, 0, 0};
     static constexpr int kDc[9] = {0, -1, 1, 0, -1, 1, 0, -1, 1};
     int32_t widest = 0;
     for (int32_t c = 0; c < g; ++c) widest = std::max(widest, colEdge[c + 1] - colEdge[c]);
     std::vector<int32_t> dx2(9 * static_cast<size_t>(widest));
     for (int32_t r = 0; r < g; ++r) {
+        if (rowSlot[r] < 0) continue;
         for (int32_t c = 0; c < g; ++c) {
+            if (colSlot[c] < 0) continue;
             const int32_t x0 = colEdge[c], x1 = colEdge[c + 1];
             const int32_t cw = x1 - x0;
             int32_t cy[9];
             uint32_t cc[9];
+            int m = 0;  // candidates taking part; the cell itself always does
             for (int k = 0; k < 9; ++k) {
-                const int32_t rr = std::clamp(r + kDr[k], 0, g - 1);
-                const int32_t ck = std::clamp(c + kDc[k], 0, g - 1);
-                const size_t i = static_cast<size_t>(rr) * g + ck;
-                int32_t* t = dx2.data() + k * static_cast<size_t>(widest);
+                const int32_t rr = rowSlot[std::clamp(r + kDr[k], 0, g - 1)];
+                const int32_t ck = colSlot[std::clamp(c + kDc[k], 0, g - 1)];
+                if (rr < 0 || ck < 0) continue;
+                const size_t i = static_cast<size_t>(rr) * cols + ck;
+                int32_t* t = dx2.data() + m * static_cast<size_t>(widest);
                 for (int32_t x = 0; x < cw; ++x) t[x] = square(x0 + x - seedX[i]);
-                cy[k] = seedY[i];
-                cc[k] = colour[i];
+                cy[m] = seedY[i];
+                cc[m] = colour[i];
+                ++m;
             }
             for (int32_t y = rowEdge[r]; y < rowEdge[r + 1]; ++y) {
                 int32_t dy2[9];
-                for (int k = 0; k < 9; ++k) dy2[k] = square(y - cy[k]);
+                for (int k = 0; k < m; ++k) dy2[k] = square(y - cy[k]);
                 uint32_t* out = dst + y * pitch + x0;
                 for (int32_t x = 0; x < cw; ++x) {
                     int32_t best = distance2(dx2[x], dy2[0]);
                     uint32_t pick = cc[0];
-                    for (int k = 1; k < 9; ++k) {
+                    for (int k = 1; k < m; ++k) {
                         const int32_t d =
                             distance2(dx2[k * static_cast<size_t>(widest) + x], dy2[k]);
                         const bool closer = d <= best;  // ties go to the later candidate

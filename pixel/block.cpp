@@ -7,23 +7,29 @@
 // The sums run in 64 bits so that a block of any size a frame can hold (an
 // 8K frame is 33 million pixels of up to 255) averages without overflow; for
 // blocks whose 32-bit sums would not overflow the result is the same.
-//
-// A divisor of zero or less (x1 < x0 with y1 > y0 after clamping, or the
-// reverse) cannot come from the effects; it is answered with opaque black
-// instead of a division by zero or a negative quotient.
+
 uint32_t blockAverage(const uint32_t* base, int32_t stride, int32_t width, int32_t height,
                       int32_t x0, int32_t y0, int32_t x1, int32_t y1) {
-    x0 = std::max(x0, 0);
-    y0 = std::max(y0, 0);
-    x1 = std::min(x1, width - 1);
-    y1 = std::min(y1, height - 1);
-    const int64_t n = int64_t{x1 - x0} * int64_t{y1 - y0} + 1;
-    if (n <= 0) return 0xFF000000u;
+    // The clamped corners and their differences are held in 64 bits: corners
+    // anywhere in the 32-bit range (and a width or height of INT32_MIN) can
+    // neither overflow the subtraction nor the product.
+    const int64_t cx0 = std::max<int64_t>(x0, 0);
+    const int64_t cy0 = std::max<int64_t>(y0, 0);
+    const int64_t cx1 = std::min<int64_t>(x1, int64_t{width} - 1);
+    const int64_t cy1 = std::min<int64_t>(y1, int64_t{height} - 1);
+    // A block with no column or no row sums nothing: with a divisor of 1 or
+    // more that is opaque black, and the divisor of zero or less that
+    // reversed corners give (x1 < x0 with y1 > y0, or the reverse) is
+    // answered the same way instead of dividing by it.
+    if (cx1 <= cx0 || cy1 <= cy0) return 0xFF000000u;
+    const int64_t n = (cx1 - cx0) * (cy1 - cy0) + 1;
     int64_t s0 = 0, s1 = 0, s2 = 0;
     const ptrdiff_t pitch = stride >> 2;
-    for (int32_t y = y0; y < y1; ++y) {
+    // Past the early return the corners lie inside the picture.
+    const int32_t bx0 = static_cast<int32_t>(cx0), bx1 = static_cast<int32_t>(cx1);
+    for (int32_t y = static_cast<int32_t>(cy0); y < cy1; ++y) {
         const uint32_t* row = base + y * pitch;
-        for (int32_t x = x0; x < x1; ++x) {
+        for (int32_t x = bx0; x < bx1; ++x) {
             const uint32_t p = row[x];
             s0 += p & 0xFF;
             s1 += (p >> 8) & 0xFF;

@@ -73,8 +73,11 @@ Picture modelGlass(const Picture& src, const std::vector<int>& col, const std::v
                 for (int x = col[c]; x < col[c + 1]; ++x) {
                     int best = -1, pick = 0;
                     for (int k = 0; k < 9; ++k) {
-                        const int i =
-                            std::clamp(r + dr[k], 0, g - 1) * g + std::clamp(c + dc[k], 0, g - 1);
+                        const int rr = std::clamp(r + dr[k], 0, g - 1);
+                        const int cc = std::clamp(c + dc[k], 0, g - 1);
+                        // A cell without pixels has no seed and takes no part.
+                        if (row[rr + 1] == row[rr] || col[cc + 1] == col[cc]) continue;
+                        const int i = rr * g + cc;
                         const int d = (x - sx[i]) * (x - sx[i]) + (y - sy[i]) * (y - sy[i]);
                         if (best < 0 || d <= best) best = d, pick = i;
                     }
@@ -205,23 +208,44 @@ TEST(StainedGlass, FewerThanTwoCellsGiveOnePane) {
     }
 }
 
-// A grid finer than the shorter side would leave cells without pixels; it
-// is drawn as the finest grid whose cells all hold one.
-TEST(StainedGlass, GridIsCappedAtTheShorterSide) {
+// A grid finer than the picture has cells without pixels: they get no seed
+// and take no part as candidates, while the other cells keep the pane rule.
+TEST(StainedGlass, CellsWithoutPixelsTakeNoPart) {
     const Picture src = testPicture(64, 48, kFourccArgb, 1);
-    const auto capped = renderEffect("Stained Glass", src, {{"Intensity", 48.0}});
-    EXPECT_EQ(capped.target.words, modelGlass(src, edges(48, 64), edges(48, 48)).words);
-    for (double g : {49.0, 100.0, 1e9, 2147483647.0}) {
-        const auto r = renderEffect("Stained Glass", src, {{"Intensity", g}});
-        EXPECT_EQ(r.target.words, capped.target.words) << g;
+    for (int g : {49, 57, 64}) {  // within the declared range: rows only, then both
+        const auto r = renderEffect("Stained Glass", src, {{"Intensity", double(g)}});
+        EXPECT_EQ(r.target.words, modelGlass(src, edges(g, 64), edges(g, 48)).words) << g;
     }
-    // One row or column: a single cell whose clamped block is empty.
+    // 64 / 80 = 0.8: column cells 0 and 1 both start at 0, so cell 0 is
+    // empty; an empty row or column never colours a pixel black.
+    ASSERT_EQ(edges(80, 64)[1], 0);
+    const Picture white(64, 48, 0, 0xFFFFFFFFu);
+    const auto w = renderEffect("Stained Glass", white, {{"Intensity", 80.0}});
+    EXPECT_EQ(w.target.words, modelGlass(white, edges(80, 64), edges(80, 48)).words);
+    EXPECT_EQ(w.target.at(0, 0), 0xFF7F7F7Fu);
+
+    // From the longer side on, every cell holding a pixel holds exactly one,
+    // which is its own seed: each pixel becomes its one-pixel block average
+    // (bytes halved; opaque black in the last column and row).
+    const auto longest = renderEffect("Stained Glass", src, {{"Intensity", 64.0}});
+    for (int y = 0; y < 48; ++y) {
+        for (int x = 0; x < 64; ++x) {
+            ASSERT_EQ(longest.target.at(x, y), average(src, x, y, x + 1, y + 1)) << x << ", " << y;
+        }
+    }
+    for (double g : {65.0, 100.0, 1e9, 2147483647.0}) {
+        const auto r = renderEffect("Stained Glass", src, {{"Intensity", g}});
+        EXPECT_EQ(r.target.words, longest.target.words) << g;
+    }
+    // One row or column: every cell's clamped block is empty.
     for (auto [w, h] : {std::pair{1, 1}, std::pair{5, 1}, std::pair{1, 4}}) {
         const Picture tiny = testPicture(w, h, kFourccArgb, 0, w * 4 + 8);
-        const auto r = renderEffect("Stained Glass", tiny, {{"Intensity", 100.0}});
-        EXPECT_TRUE(reelfx::test::untouchedOutside(r.target, 0, 0, w, h, kFill));
-        for (int y = 0; y < h; ++y) {
-            for (int x = 0; x < w; ++x) EXPECT_EQ(r.target.at(x, y), 0xFF000000u);
+        for (double g : {2.0, 100.0}) {
+            const auto r = renderEffect("Stained Glass", tiny, {{"Intensity", g}});
+            EXPECT_TRUE(reelfx::test::untouchedOutside(r.target, 0, 0, w, h, kFill));
+            for (int y = 0; y < h; ++y) {
+                for (int x = 0; x < w; ++x) EXPECT_EQ(r.target.at(x, y), 0xFF000000u);
+            }
         }
     }
 }
