@@ -319,6 +319,7 @@ TEST_F(ToolCli, BuiltInClipAndStillsBecomeVideo) {
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_NE(r.err.find("wrote clip.mp4: 4 frames, 4 with Fade To White"), std::string::npos)
         << r.err;
+    EXPECT_EQ(r.err.find('\r'), std::string::npos) << "no progress bar off a terminal";
     EXPECT_EQ(probe("clip.mp4",
                     "-count_frames -show_entries stream=codec_name,width,height,nb_read_frames"),
               "h264,64,36,4\n");
@@ -429,6 +430,15 @@ TEST_F(ToolCli, MistakesExitWithAMessageAndWriteNothing) {
         "pcm_s16le "
         "-c:v ffv1 pcm.mkv");
     std::ofstream(path("junk.mkv")) << "this is not a video file at all";
+    ffmpeg("-f lavfi -i sine=duration=0.2 tone.wav");
+    fs::create_directory(path("folder"));
+    // A video whose codec tag FFmpeg does not know.
+    ffmpeg("-f lavfi -i testsrc2=size=32x24:rate=5:duration=0.4 -c:v ffv1 ffv1.mkv");
+    std::string bytes = slurp(path("ffv1.mkv"));
+    const size_t tag = bytes.find("FFV1");
+    ASSERT_NE(tag, std::string::npos);
+    bytes.replace(tag, 4, "QQQ1");
+    std::ofstream(path("unknown.mkv"), std::ios::binary) << bytes;
     struct Case {
         std::vector<std::string> args;
         int status;
@@ -457,6 +467,43 @@ TEST_F(ToolCli, MistakesExitWithAMessageAndWriteNothing) {
          1,
          "cannot read junk.mkv as a picture or video",
          "o.mkv"},
+        {{"render", "Lantern", "tone.wav", "-o", "o.mkv"}, 1, "tone.wav holds no video stream", "o.mkv"},
+        {{"render", "Lantern", "folder", "-o", "o.mkv"},
+         1,
+         "cannot read folder: it is a folder",
+         "o.mkv"},
+        {{"render", "Lantern", "unknown.mkv", "-o", "o.mkv"},
+         1,
+         "unknown.mkv: its video is in a codec FFmpeg does not know (tag QQQ1)",
+         "o.mkv"},
+        {{"--module", "nowhere.so", "list"}, 1, "cannot load module", "o.png"},
+        {{"info", "lanten"}, 2, "unknown effect \"lanten\"; did you mean \"Lantern\"?", "o.png"},
+        {{"render", "Lantern", "in.png", "-o", "o.png", "-p", "Spot Radius"},
+         2,
+         "needs NAME=VALUE",
+         "o.png"},
+        {{"render", "Lantern", "in.png", "-o", "o.png", "-p", "Spot Radius=4@0,30@1"},
+         2,
+         "\"Spot Radius\" takes a number from 1 to 20, not \"30\"",
+         "o.png"},
+        {{"render", "Lantern", "in.png", "-o", "o.png", "-p", "Spot Radius=4@0.5,8@0.2"},
+         2,
+         "keyframe positions of \"Spot Radius\" must increase",
+         "o.png"},
+        {{"render", "Lantern", "in.png", "-o", "o.png", "--display-aspect", "wide"},
+         2,
+         "--display-aspect takes a ratio such as 16:9",
+         "o.png"},
+        {{"render", "Lantern", "in.png", "-o", "o.png", "--picture-aspect", "0"},
+         2,
+         "--picture-aspect takes a ratio",
+         "o.png"},
+        {{"render", "Lantern", "-o", "o.mp4", "--fps", "0"}, 2, "--fps takes a frame rate", "o.mp4"},
+        {{"render", "Lantern", "-o", "o.mp4", "--size", "0x5"}, 2, "--size takes WIDTHxHEIGHT", "o.mp4"},
+        {{"render", "Lantern", "in.png", "-o", "o.png", "--progress", "1.5"},
+         2,
+         "--progress takes a value from 0 to 1",
+         "o.png"},
         {{"render", "Lantern", "in.png", "-o", "o.xyz"},
          2,
          "cannot tell a video format from the name o.xyz",
@@ -507,6 +554,7 @@ TEST_F(ToolCli, MistakesExitWithAMessageAndWriteNothing) {
         {{"render"}, 2, "effect is required", "o.png"},
         {{}, 2, "A subcommand is required", "o.png"},
         {{"sheet", "-o", "sheet.jpg"}, 2, "the contact sheet is a PNG", "sheet.jpg"},
+        {{"sheet", "-o", "sheet.png", "--columns", "0"}, 2, "--columns takes 1 to 25", "sheet.png"},
         {{"sheet", "-o", "sheet.png", "--progress", "2"},
          2,
          "--progress takes a value from 0 to 1",
@@ -537,6 +585,41 @@ TEST_F(ToolCli, AFailedRenderLeavesAnEarlierOutputAlone) {
     EXPECT_EQ(r.status, 2);
     EXPECT_EQ(slurp(path("o.mp4")), "earlier");
     EXPECT_TRUE(nothingWritten("never.mp4"));
+}
+
+// On a terminal (a pseudo-terminal made by script(1)) video gets a progress
+// bar, and YUV4MPEG2 is not poured onto the screen.
+TEST_F(ToolCli, ProgressBarAndPipesOnATerminal) {
+    const auto onTerminal = [&](const std::vector<std::string>& args) {
+        return shell("script -qec " + quote(tool(args)) + " /dev/null");
+    };
+    Outcome r = onTerminal({"render", "Fade To White", "-o", "clip.mkv", "--size", "32x18",
+                            "--duration", "0.4", "--fps", "10"});
+    ASSERT_EQ(r.status, 0) << r.out;
+    EXPECT_NE(r.out.find("\r[##############################] 4/4 frames"), std::string::npos)
+        << r.out;
+    EXPECT_NE(r.out.find("wrote clip.mkv"), std::string::npos) << r.out;
+    r = onTerminal({"render", "Fade To White", "-o", "quiet.mkv", "--size", "32x18", "--duration",
+                    "0.4", "--fps", "10", "--quiet"});
+    ASSERT_EQ(r.status, 0) << r.out;
+    EXPECT_EQ(r.out, "");
+    r = onTerminal({"render", "Lantern", "-o", "-", "--size", "32x18"});
+    EXPECT_EQ(r.status, 2);
+    EXPECT_NE(r.out.find("writes YUV4MPEG2 video to standard output, which is a terminal"),
+              std::string::npos)
+        << r.out;
+}
+
+// Stopped half way, a render removes its temporary file and leaves nothing
+// under the output name.
+TEST_F(ToolCli, InterruptedRenderLeavesNothingBehind) {
+    const Outcome r = shell(
+        tool({"render", "Lantern", "-o", "long.mkv", "--size", "32x18", "--duration", "3000"}) +
+        " & pid=$!; i=0; while ! ls .long.mkv.*.part >/dev/null 2>&1 && [ $i -lt 600 ]; do sleep "
+        "0.05; i=$((i+1)); done; kill -TERM $pid; wait $pid; echo status $?");
+    EXPECT_EQ(r.out, "status 130\n") << r.err;
+    EXPECT_NE(r.err.find("interrupted; nothing written"), std::string::npos) << r.err;
+    EXPECT_TRUE(nothingWritten("long.mkv"));
 }
 
 }  // namespace

@@ -126,6 +126,11 @@ Source openSource(const RenderRequest& rq) {
         std::string path = rq.input;
         s.name = rq.input;
         if (rq.input == "-") {
+            if (isatty(STDIN_FILENO)) {
+                throw UsageError(
+                    "- reads YUV4MPEG2 video from standard input, which is a terminal; pipe "
+                    "video in, as in: ffmpeg -i IN -f yuv4mpegpipe - | reelfx render EFFECT -");
+            }
             s.spooled = std::make_unique<SpooledInput>();
             path = s.spooled->path();
             s.name = "standard input";
@@ -376,6 +381,11 @@ void runRender(const Module& module, const RenderRequest& rq) {
     const std::string outputPath =
         rq.output.empty() ? defaultOutputName(rq.input, src.kind == Source::Kind::Still, effectName)
                           : rq.output;
+    if (outputPath == "-" && isatty(STDOUT_FILENO)) {
+        throw UsageError(
+            "-o - writes YUV4MPEG2 video to standard output, which is a terminal; pipe it on, "
+            "as in: reelfx render EFFECT IN -o - | ffplay -");
+    }
     const bool stillOutput = isStillName(outputPath);
     if (!stillOutput && !knownVideoContainer(outputPath)) {
         throw UsageError("cannot tell a video format from the name " + outputPath +

@@ -197,10 +197,22 @@ VideoReader::VideoReader(const std::string& path) : s_(std::make_unique<State>()
     s.vs = av_find_best_stream(s.ic, AVMEDIA_TYPE_VIDEO, -1, -1, &codec, 0);
     if (s.vs == AVERROR_STREAM_NOT_FOUND) throw std::runtime_error(path + " holds no video stream");
     if (s.vs < 0 || !codec) {
-        const AVStream* st = s.vs >= 0 ? s.ic->streams[s.vs] : nullptr;
-        const char* name = st ? avcodec_get_name(st->codecpar->codec_id) : "its";
-        throw std::runtime_error(path + ": this FFmpeg build has no decoder for " + name +
-                                 " video");
+        // Name the codec of the first video stream: unknown to FFmpeg
+        // altogether, or known but without a decoder in this build.
+        const AVCodecParameters* par = nullptr;
+        for (unsigned i = 0; i < s.ic->nb_streams && !par; ++i) {
+            if (s.ic->streams[i]->codecpar->codec_type == AVMEDIA_TYPE_VIDEO)
+                par = s.ic->streams[i]->codecpar;
+        }
+        if (!par || par->codec_id == AV_CODEC_ID_NONE) {
+            char tag[AV_FOURCC_MAX_STRING_SIZE] = {};
+            av_fourcc_make_string(tag, par ? par->codec_tag : 0);
+            throw std::runtime_error(path + ": its video is in a codec FFmpeg does not know" +
+                                     (par && par->codec_tag ? " (tag " + std::string(tag) + ")"
+                                                            : std::string()));
+        }
+        throw std::runtime_error(path + ": this FFmpeg build has no decoder for " +
+                                 avcodec_get_name(par->codec_id) + " video");
     }
     AVStream* st = s.ic->streams[s.vs];
     s.dec = avcodec_alloc_context3(codec);
@@ -405,7 +417,14 @@ struct VideoWriter::State {
 
     void writeHeader() {
         if (headerWritten) return;
-        if (const int r = avformat_write_header(oc, nullptr); r < 0) {
+        // MP4 and QuickTime files get their index up front, so players and
+        // browsers can start before the whole file has arrived.
+        AVDictionary* options = nullptr;
+        const std::string name = oc->oformat->name;
+        if (name == "mp4" || name == "mov") av_dict_set(&options, "movflags", "+faststart", 0);
+        const int r = avformat_write_header(oc, &options);
+        av_dict_free(&options);
+        if (r < 0) {
             throw std::runtime_error("cannot write " + settings.containerName + ": " + avError(r));
         }
         headerWritten = true;
@@ -517,6 +536,9 @@ VideoWriter::VideoWriter(const VideoOutputSettings& settings) : s_(std::make_uni
     if (avformat_alloc_output_context2(&s.oc, of, nullptr, url.c_str()) < 0 || !s.oc)
         throw std::bad_alloc();
     const bool y4m = s.isY4m();
+    // YUV4MPEG2 has no field for the colour matrix and its readers take
+    // BT.601, so RGB pictures are converted by that.
+    if (y4m) s.settings.colour = moduleAyuvTags();
 
     const AVCodec* codec = pickEncoder(settings, of);
     if (!codec) {
@@ -548,9 +570,9 @@ VideoWriter::VideoWriter(const VideoOutputSettings& settings) : s_(std::make_uni
         settings.sampleAspect.known() ? toAv(settings.sampleAspect) : AVRational{0, 1};
     s.enc->thread_count = 0;
     if (!isRgbFormat(s.fmt)) {
-        s.enc->colorspace = static_cast<AVColorSpace>(settings.colour.space);
-        s.enc->color_primaries = static_cast<AVColorPrimaries>(settings.colour.primaries);
-        s.enc->color_trc = static_cast<AVColorTransferCharacteristic>(settings.colour.transfer);
+        s.enc->colorspace = static_cast<AVColorSpace>(s.settings.colour.space);
+        s.enc->color_primaries = static_cast<AVColorPrimaries>(s.settings.colour.primaries);
+        s.enc->color_trc = static_cast<AVColorTransferCharacteristic>(s.settings.colour.transfer);
         s.enc->color_range = isFullRangeFormat(s.fmt) ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
     }
     if (std::strcmp(codec->name, "libx264") == 0) {
