@@ -1,4 +1,112 @@
-#include "effects/effects.h"
+// "Dream": a soft glow. The source is box-blurred into the destination, box-
+// blurred again (usually wider) into the glare picture kept in the instance's
+// work buffer, and each destination pixel is pulled towards its glare pixel
+// wherever the glare pixel is brighter.
+#include <algorithm>
+#include <cstdint>
 
-// Not drawn yet: only the frame border appears.
-void renderDream(uint32_t*, const uint32_t*, uint8_t**, int32_t, int32_t, int32_t, int32_t*, int32_t*, int32_t*, double, double, uint32_t) {}
+#include "effects/effects.h"
+#include "pixel/block.h"
+#include "pixel/color.h"
+#include "pixel/filter.h"
+#include "pixel/numeric.h"
+
+namespace {
+
+// Box kernel for a blur width m: 3 taps below 3, 2m + 1 taps up to 9, none
+// (code 0) from 10 on. NaN and out-of-range products truncate to INT32_MIN
+// and so take the narrowest box.
+int32_t boxCode(int32_t m) {
+    if (m < 3) return 102;
+    if (m <= 9) return 100 + m;
+    return 0;
+}
+
+// ARGB: the weights 28, 154, 74 (blue, green, red) sum to 256, so d is 256
+// times the luminance excess of the glare pixel; the factor saturates at 8
+// levels.
+inline uint32_t blendArgb(uint32_t D, uint32_t G) {
+    const int32_t d = 28 * (static_cast<int32_t>(G & 0xFF) - static_cast<int32_t>(D & 0xFF)) +
+                      154 * (static_cast<int32_t>((G >> 8) & 0xFF) -
+                             static_cast<int32_t>((D >> 8) & 0xFF)) +
+                      74 * (static_cast<int32_t>((G >> 16) & 0xFF) -
+                            static_cast<int32_t>((D >> 16) & 0xFF));
+    if (d < 0) return D;
+    const uint32_t t = static_cast<uint32_t>(std::min(d, 2048));
+    uint32_t out = 0;
+    for (int k = 0; k < 32; k += 8) {
+        const uint32_t g = (G >> k) & 0xFF, b = (D >> k) & 0xFF;
+        out |= ((g * t + b * (2048 - t)) >> 11) << k;
+    }
+    return out;
+}
+
+// AYUV: only the Y bytes decide.
+inline uint32_t blendAyuv(uint32_t D, uint32_t G) {
+    const int32_t d = static_cast<int32_t>((G >> 16) & 0xFF) - static_cast<int32_t>((D >> 16) & 0xFF);
+    if (d < 0) return D;
+    const uint32_t t = static_cast<uint32_t>(std::min(d, 8));
+    uint32_t out = 0;
+    for (int k = 0; k < 32; k += 8) {
+        const uint32_t g = (G >> k) & 0xFF, b = (D >> k) & 0xFF;
+        out |= ((g * t + b * (8 - t)) >> 3) << k;
+    }
+    return out;
+}
+
+template <uint32_t (*Blend)(uint32_t, uint32_t)>
+void blendGlare(uint32_t* dst, const uint32_t* glare, ptrdiff_t pitch, int32_t width,
+                int32_t height) {
+    for (int32_t y = 0; y < height; ++y) {
+        uint32_t* d = dst + y * pitch;
+        const uint32_t* g = glare + y * pitch;
+        for (int32_t x = 0; x < width; ++x) d[x] = Blend(d[x], g[x]);
+    }
+}
+
+}  // namespace
+
+void renderDream(uint32_t* dst, const uint32_t* src, uint8_t** workBuffer, int32_t stride,
+                 int32_t width, int32_t height, int32_t* cachedStride, int32_t* cachedWidth,
+                 int32_t* cachedHeight, double blurIntensity, double glareIntensity,
+                 uint32_t format) {
+    if (!dst) return;
+    if (!src) {
+        fillRect(dst, stride, width, height, opaqueWhite(format));
+        return;
+    }
+    if (width <= 0 || height <= 0) return;
+
+    // Base blur. With no kernel the destination keeps what the host put there.
+    ApplyFilterCode(dst, src, stride, width, height,
+                    boxCode(truncToInt32(blurIntensity * glareIntensity * 9.0)));
+
+    uint8_t* buffer = workBuffer ? *workBuffer : nullptr;
+    if (!buffer) {
+        // No glare picture: the frame shows the base blur only.
+        *cachedStride = stride;
+        *cachedWidth = width;
+        *cachedHeight = height;
+        return;
+    }
+    if (format != kFourccArgb && format != kFourccAyuv) return;  // no blend defined
+
+    // Glare blur of the source (not of the base blur) into the work buffer,
+    // laid out like the destination. The entry keeps the buffer at least
+    // height x stride bytes, so a frame larger than the one the instance was
+    // made for never writes past it.
+    auto* glare = reinterpret_cast<uint32_t*>(buffer);
+    const bool fresh = ApplyFilterCode(glare, src, stride, width, height,
+                                       boxCode(truncToInt32(glareIntensity * 9.0)));
+    // Without a kernel (or when the filter could not run) the glare picture
+    // was not written this frame: it holds an earlier frame's glare or
+    // nothing at all, so the frame keeps its base blur.
+    if (!fresh) return;
+
+    const ptrdiff_t pitch = stride / 4;
+    if (format == kFourccArgb) {
+        blendGlare<blendArgb>(dst, glare, pitch, width, height);
+    } else {
+        blendGlare<blendAyuv>(dst, glare, pitch, width, height);
+    }
+}
