@@ -202,13 +202,6 @@ uint32_t warmGrey(int32_t v) {
            static_cast<uint32_t>(b);
 }
 
-// trunc(v) for a count-like parameter, held to -1 ... 2^20 (NaN as -1).
-int64_t wholeValue(double v) {
-    if (!(v >= -1.0)) return -1;
-    if (v > 1048576.0) return 1048576;
-    return truncToInt32(v);
-}
-
 }  // namespace
 
 void renderAgedFilm(const FrameContext* ctx, const ParameterBlock* block, double progress,
@@ -223,24 +216,20 @@ void renderAgedFilm(const FrameContext* ctx, const ParameterBlock* block, double
     const bool ayuv = format == kFourccAyuv;
 
     if (!src) {
-        const uint32_t white = ayuv ? 0xFFEA8080u : 0xFFFFFFFFu;
-        for (int32_t y = 0; y < height; ++y) {
-            uint32_t* row = dst + y * pitch;
-            for (int32_t x = 0; x < width; ++x) row[x] = white;
-        }
+        fillRect(dst, ctx->stride, width, height, opaqueWhite(format));
         return;
     }
     uint32_t s = static_cast<uint32_t>(truncToInt32(progress * 10000.0));
 
-    // Counts scale with the width (720 is the reference). The particle
-    // values are held to -1 ... 2^20 before truncation (NaN as -1) so the
-    // products stay in 64 bits; neither bound changes a count (2^20 already
-    // gives the full 1000 hairs at any width, any negative value none). A
-    // hair's step is at most the picture's width (beyond the declared range),
-    // which keeps hairs near the picture and their lines short.
-    const int64_t count = wholeValue(paramValue(block, 0));
+    // Counts scale with the width (720 is the reference); the products are
+    // formed in 64 bits, so no value of the 32-bit range overflows them.
+    // NaN and values beyond that range truncate to INT32_MIN, like every
+    // other conversion: no hairs, the smallest step. A hair's step is at
+    // most the picture's width (beyond the declared range), which keeps
+    // hairs near the picture and their lines short.
+    const int64_t count = truncToInt32(paramValue(block, 0));
     const int64_t hairs = std::min<int64_t>(5 * count * width / 720, kHairRecords);
-    const int64_t size = wholeValue(paramValue(block, 1));
+    const int64_t size = truncToInt32(paramValue(block, 1));
     const int32_t S =
         static_cast<int32_t>(std::min<int64_t>(std::max<int64_t>(size * width / 720, 1), width));
     double tint = paramValue(block, 2);

@@ -12,7 +12,9 @@
 
 #include "effects/aged_film.h"
 #include "effects/effects.h"
+#include "pixel/block.h"
 #include "pixel/color.h"
+#include "pixel/fxmath.h"
 #include "support.h"
 
 namespace {
@@ -164,7 +166,8 @@ TEST(AgedFilm, HairCountScalesWithWidth) {
     EXPECT_EQ(regenerated(14, 10), 0);
     EXPECT_EQ(regenerated(720, 0), 0);
     EXPECT_EQ(regenerated(720, kNan), 0);
-    EXPECT_EQ(regenerated(720, 1e300), 1000);
+    EXPECT_EQ(regenerated(720, 2147483647.0), 1000);  // no 32-bit overflow
+    EXPECT_EQ(regenerated(720, 1e300), 0);            // beyond 32 bits: INT32_MIN
 }
 
 TEST(AgedFilm, CrawlsBetweenTicks11And12) {
@@ -195,6 +198,94 @@ TEST(AgedFilm, CrawlsBetweenTicks11And12) {
     std::memcpy(af::scratchTable, scratches11.data(), 3 * sizeof(int32_t));
     EXPECT_TRUE(renderDirect(src, 0.0125).samePixels(frame12));
     EXPECT_FALSE(renderDirect(src, 0.0125).samePixels(frame12));
+}
+
+// The hair curve written out: binomial weights, single-precision t summed
+// from 0.02f, each Bernstein term's two products rounded to single
+// precision, the terms summed in double from the last down, the point
+// stored in single precision; 50 lines between the truncated points.
+void drawModelHair(Picture& p, const af::HairPoint* pts, uint32_t colour) {
+    float qx[9], qy[9];
+    for (int i = 0, c = 1; i < 9; ++i) {
+        qx[i] = static_cast<float>(pts[i].x * c);
+        qy[i] = static_cast<float>(pts[i].y * c);
+        c = (8 - i) * c / (i + 1);
+    }
+    const float dt = 1.0f / 50.0f;
+    float t = 0.0f, px = qx[0], py = qy[0];
+    for (int m = 0; m < 50; ++m) {
+        t += dt;
+        double sx = 0.0, sy = 0.0;
+        for (int i = 8; i >= 0; --i) {
+            const double a = fxPow(static_cast<double>(t), i);
+            const double b = fxPow(1.0 - static_cast<double>(t), 8 - i);
+            sx += static_cast<float>(static_cast<float>(qx[i] * a) * b);
+            sy += static_cast<float>(static_cast<float>(qy[i] * a) * b);
+        }
+        const float nx = static_cast<float>(sx), ny = static_cast<float>(sy);
+        drawLine(p.data(), p.stride, p.width, p.height, static_cast<int>(px), static_cast<int>(py),
+                 static_cast<int>(nx), static_cast<int>(ny), colour);
+        px = nx;
+        py = ny;
+    }
+}
+
+// 500 hairs (100 particles at width 720) carried over from a set table at
+// tick 11: each drawn dark, crawled by the next 16 draws, drawn light.
+TEST(AgedFilm, HairCurvesAndCrawlFromTheTable) {
+    const Picture src = flatPicture(720, 576, 0xFF000000u);
+    constexpr int kHairs = 500;
+    uint32_t seed = 12345;
+    auto next = [&seed](int32_t range) {
+        seed = seed * 1103515245u + 12345u;
+        return static_cast<int32_t>((seed >> 8) % static_cast<uint32_t>(range));
+    };
+    std::vector<af::HairPoint> set(kHairs * 9);
+    for (int i = 0; i < kHairs; ++i) {
+        // Walks of up to 60 pixels a step from anywhere near the picture.
+        af::HairPoint p{next(800) - 40, next(650) - 37};
+        for (int k = 0; k < 9; ++k) {
+            set[i * 9 + k] = p;
+            p.x += next(121) - 60;
+            p.y += next(121) - 60;
+        }
+    }
+    std::copy(set.begin(), set.end(), &af::hairTable[0][0]);
+    const double progress = 0.0117;
+    const Picture got = renderDirect(src, progress, 100.0);
+
+    // The greys' factors are single precision, their products double.
+    auto grey = [](int32_t v) {
+        return 0xFF000000u | uint32_t(double(0.9f) * v) << 16 | uint32_t(double(0.8f) * v) << 8 |
+               uint32_t(double(0.6f) * v);
+    };
+    uint32_t s = static_cast<uint32_t>(static_cast<int32_t>(progress * 10000.0));
+    Picture want = src;
+    for (int i = 0; i < kHairs; ++i) {
+        af::HairPoint* pts = &set[i * 9];
+        const int32_t g = af::byteDraw(af::nextDraw(&s));
+        drawModelHair(want, pts, grey(g));
+        for (int k = 1; k < 9; ++k) {
+            const uint32_t sa = af::nextDraw(&s), sb = af::nextDraw(&s);
+            pts[k].x += static_cast<int>(af::unitDraw(sb) * 4.0 - 2.0);
+            pts[k].y += static_cast<int>(af::unitDraw(sa) * 4.0 - 2.0);
+        }
+        drawModelHair(want, pts, grey(g + 64));
+    }
+    for (int i = 0; i < kHairs * 9; ++i) {
+        ASSERT_EQ(af::hairTable[0][i].x, set[i].x) << i;
+        ASSERT_EQ(af::hairTable[0][i].y, set[i].y) << i;
+    }
+    // Everything but the three scratch columns matches.
+    int differing = 0;
+    for (int y = 0; y < 576; ++y) {
+        for (int x = 0; x < 720; ++x) {
+            if (x == af::scratchTable[0] || x == af::scratchTable[1] || x == af::scratchTable[2])
+                continue;
+            differing += got.at(x, y) != want.at(x, y);
+        }
+    }
+    EXPECT_EQ(differing, 0);
 }
 
 TEST(AgedFilm, RegenerationTicks) {
