@@ -1,4 +1,116 @@
-#include "effects/effects.h"
+// "Random-Rotate Squares": the picture is cut into a grid of equal squares
+// and each square is turned by 0, 90, 180 or 270 degrees. The turns come from
+// a generator restarted from a fixed seed on every frame, so the arrangement
+// is the same in every frame and depends only on the frame size and "Scale".
+// A turned square at the right or bottom edge takes opaque black where its
+// turned source would lie beyond the picture.
+#include <cstdint>
+#include <cstring>
 
-// Not drawn yet: only the frame border appears.
-void renderRandomRotateSquares(uint32_t*, const uint32_t*, int32_t, int32_t, int32_t, double, uint32_t) {}
+#include "effects/effects.h"
+#include "pixel/block.h"
+#include "pixel/color.h"
+#include "pixel/fxmath.h"
+#include "pixel/numeric.h"
+
+namespace {
+
+constexpr uint32_t kSeed = 2002;
+
+// Below lo gives lo, above hi gives hi; NaN, which is neither, is taken as lo.
+inline double clampParam(double v, double lo, double hi) {
+    if (!(v >= lo)) return lo;
+    return v > hi ? hi : v;
+}
+
+// One square with top-left corner (x0, y0) and side n, turned by `mode`
+// (0 none, 2 a quarter clockwise, 4 a half, 6 a quarter counter-clockwise).
+// Destination pixels beyond the picture are skipped; source positions beyond
+// it give `fill`.
+void turnSquare(uint32_t* dst, const uint32_t* src, int64_t pitch, int64_t width, int64_t height,
+                int64_t x0, int64_t y0, int64_t n, int mode, uint32_t fill) {
+    const int64_t cols = n < width - x0 ? n : width - x0;    // columns j inside the picture
+    const int64_t rows = n < height - y0 ? n : height - y0;  // rows i inside the picture
+    const int64_t far = n - 1;
+    for (int64_t i = 0; i < rows; ++i) {
+        uint32_t* out = dst + (y0 + i) * pitch + x0;
+        switch (mode) {
+            case 0:
+                std::memmove(out, src + (y0 + i) * pitch + x0,
+                             static_cast<size_t>(cols) * sizeof(uint32_t));
+                break;
+            case 2: {
+                // Source (x0 + i, y0 + far - j): one column read upwards; the
+                // positions at or below the bottom edge come first (small j).
+                const int64_t sx = x0 + i;
+                int64_t j = 0;
+                if (sx < width) {
+                    for (; j < cols && y0 + far - j >= height; ++j) out[j] = fill;
+                    for (; j < cols; ++j) out[j] = src[(y0 + far - j) * pitch + sx];
+                }
+                for (; j < cols; ++j) out[j] = fill;
+                break;
+            }
+            case 4: {
+                // Source (x0 + far - j, y0 + far - i): one row read backwards;
+                // the positions at or beyond the right edge come first.
+                const int64_t sy = y0 + far - i;
+                int64_t j = 0;
+                if (sy < height) {
+                    const uint32_t* in = src + sy * pitch;
+                    for (; j < cols && x0 + far - j >= width; ++j) out[j] = fill;
+                    for (; j < cols; ++j) out[j] = in[x0 + far - j];
+                }
+                for (; j < cols; ++j) out[j] = fill;
+                break;
+            }
+            default: {
+                // Source (x0 + far - i, y0 + j): one column read downwards;
+                // the positions at or below the bottom edge come last.
+                const int64_t sx = x0 + far - i;
+                int64_t j = 0;
+                if (sx < width) {
+                    for (; j < cols && y0 + j < height; ++j) out[j] = src[(y0 + j) * pitch + sx];
+                }
+                for (; j < cols; ++j) out[j] = fill;
+                break;
+            }
+        }
+    }
+}
+
+}  // namespace
+
+void renderRandomRotateSquares(uint32_t* dst, const uint32_t* src, int32_t stride, int32_t width,
+                               int32_t height, double scale, uint32_t format) {
+    if (!dst) return;
+    if (!src) {
+        // No source picture: the active rectangle becomes opaque white, as
+        // in every effect that finds none.
+        fillRect(dst, stride, width, height, opaqueWhite(format));
+        return;
+    }
+    // An empty picture has no square inside it (and a side of 0 would never
+    // advance the grid).
+    if (width <= 0 || height <= 0) return;
+
+    const double s = clampParam(scale, 0.0, 1.0);
+    // W^s as 2^(s * log2 W): at s = 1 this lands just below W for some
+    // widths (704, 640, 1280), giving W - 1 and a second, one-column square.
+    // Both outcomes are handled alike by the loops.
+    const double log2W = fxLog(static_cast<double>(width)) / fxLog(2.0);
+    int32_t n = truncToInt32(fxPow(2.0, s * log2W));
+    if (n < 1) n = 1;
+    if (n > width) n = width;
+
+    const uint32_t fill = format == kFourccAyuv ? 0xFF108080u : 0xFF000000u;
+    const int64_t pitch = stride >> 2;
+    uint32_t g = kSeed;
+    for (int64_t y = 0; y < height; y += n) {
+        for (int64_t x = 0; x < width; x += n) {
+            g = g * 1664525u + 1013904223u;
+            const int mode = (static_cast<int>(g & 0xFF) - 1) & 6;
+            turnSquare(dst, src, pitch, width, height, x, y, n, mode, fill);
+        }
+    }
+}
