@@ -207,9 +207,9 @@ VideoReader::VideoReader(const std::string& path) : s_(std::make_unique<State>()
         if (!par || par->codec_id == AV_CODEC_ID_NONE) {
             char tag[AV_FOURCC_MAX_STRING_SIZE] = {};
             av_fourcc_make_string(tag, par ? par->codec_tag : 0);
-            throw std::runtime_error(path + ": its video is in a codec FFmpeg does not know" +
-                                     (par && par->codec_tag ? " (tag " + std::string(tag) + ")"
-                                                            : std::string()));
+            throw std::runtime_error(
+                path + ": its video is in a codec FFmpeg does not know" +
+                (par && par->codec_tag ? " (tag " + std::string(tag) + ")" : std::string()));
         }
         throw std::runtime_error(path + ": this FFmpeg build has no decoder for " +
                                  avcodec_get_name(par->codec_id) + " video");
