@@ -194,6 +194,13 @@ TEST_F(ToolCli, PngStillEqualsRenderingThroughTheHost) {
     // 120 x 90 shown as 4:3 with a 16:9 picture: letterbox bars of 11 and 12 rows.
     EXPECT_EQ(out.at(0, 0), 0xFF000000u);
     EXPECT_EQ(out.at(119, 89), 0xFF000000u);
+
+    // Other still images FFmpeg reads are stills too, written as PNG by default.
+    ffmpeg("-i in.png -pix_fmt bgra in.bmp");
+    const Outcome bmp = reelfx({"render", "Flip XY", "in.bmp", "-p", "flip x axis=Yes",
+                                "--picture-aspect", "16:9", "--progress", "0.25", "-q"});
+    ASSERT_EQ(bmp.status, 0) << bmp.err;
+    EXPECT_TRUE(readPng(path("in-flip-xy.png").string()).samePixels(expected));
 }
 
 TEST_F(ToolCli, AyuvStillWithKeyframesAtTheGivenProgress) {

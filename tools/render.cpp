@@ -81,6 +81,14 @@ private:
     std::string path_;
 };
 
+// One picture read by FFmpeg's image readers rather than a clip.
+bool isSingleImage(const VideoInfo& info) {
+    const std::string& c = info.container;
+    const bool imageReader =
+        c == "image2" || (c.size() > 5 && c.compare(c.size() - 5, 5, "_pipe") == 0);
+    return imageReader && info.frameTimes.size() == 1;
+}
+
 // Where frames come from: the built-in clip, a still (repeated when a video
 // is written), or a video file.
 struct Source {
@@ -142,6 +150,21 @@ Source openSource(const RenderRequest& rq) {
         if (isPngFile(path)) {
             s.kind = Source::Kind::Still;
             s.still = readPng(path);
+        } else {
+            s.kind = Source::Kind::Video;
+            s.reader = std::make_unique<VideoReader>(path);
+            // Other still images FFmpeg reads (JPEG, BMP, TIFF, WebP, ...) are
+            // stills like PNG: written as PNG, or repeated into a clip.
+            if (isSingleImage(s.reader->info())) {
+                DecodedFrame frame;
+                if (!s.reader->next(frame, kFourccArgb))
+                    throw std::runtime_error(s.name + " holds no picture");
+                s.kind = Source::Kind::Still;
+                s.still = std::move(frame.picture);
+                s.reader.reset();
+            }
+        }
+        if (s.kind == Source::Kind::Still) {
             s.width = s.still.width;
             s.height = s.still.height;
         } else {
@@ -150,8 +173,6 @@ Source openSource(const RenderRequest& rq) {
                     "--duration and --fps make a clip from a still or the built-in clip; " +
                     s.name + " is a video");
             }
-            s.kind = Source::Kind::Video;
-            s.reader = std::make_unique<VideoReader>(path);
             const VideoInfo& info = s.reader->info();
             s.width = info.width;
             s.height = info.height;
