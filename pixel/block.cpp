@@ -46,8 +46,8 @@ void fillRect(uint32_t* base, int32_t stride, int32_t width, int32_t height, uin
     for (int32_t y = 0; y < height; ++y) std::fill_n(base + y * pitch, width, word);
 }
 
-void drawLine(uint32_t* base, int32_t stride, int32_t width, int32_t height, int32_t x0,
-              int32_t y0, int32_t x1, int32_t y1, uint32_t colour) {
+void drawLine(uint32_t* base, int32_t stride, int32_t width, int32_t height, int32_t x0, int32_t y0,
+              int32_t x1, int32_t y1, uint32_t colour) {
     const ptrdiff_t pitch = stride >> 2;
     // 64-bit walk state: end points anywhere in the 32-bit range never overflow.
     int64_t x = x0, y = y0;

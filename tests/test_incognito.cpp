@@ -9,6 +9,7 @@
 #include <limits>
 #include <vector>
 
+#include "plugin/frame_context.h"
 #include "support.h"
 
 namespace {
@@ -271,20 +272,25 @@ TEST(Incognito, HostileValuesStayInsideThePicture) {
 // A 4:3 picture in a 16:9 frame: the region is placed in the 96 x 72 active
 // rectangle, the bars stay black and the padding keeps its words.
 TEST(Incognito, WorksInsideTheActiveRectangle) {
-    const Picture frame = testPicture(128, 72, kFourccArgb, 0, 128 * 4 + 8);
-    RenderOptions o{.displayAspect = 16.0 / 9.0, .aspectFitting = true, .pictureAspect = 4.0 / 3.0};
-    const auto r = renderEffect("Incognito", frame, {{"Intensity", 1.0}}, o);
-    // One block over [24, 72) x [18, 54) of the active rectangle.
-    const Mean m = mean(frame, 16 + 24, 18, 16 + 72, 54);
-    for (int y = 0; y < 72; ++y) {
-        for (int x = 0; x < 128; ++x) {
-            uint32_t want = frame.at(x, y);
-            if (x < 16 || x >= 112) want = 0xFF000000u;
-            if (x >= 40 && x < 88 && y >= 18 && y < 54) want = word(m.c[2], m.c[1], m.c[0]);
-            ASSERT_EQ(r.target.at(x, y), want) << x << ", " << y;
+    for (uint32_t format : {kFourccArgb, kFourccAyuv}) {
+        const Picture frame = testPicture(128, 72, format, 0, 128 * 4 + 8);
+        RenderOptions o{
+            .displayAspect = 16.0 / 9.0, .aspectFitting = true, .pictureAspect = 4.0 / 3.0};
+        o.format = format;
+        const uint32_t black = format == kFourccAyuv ? kBorderAyuv : kBorderArgb;
+        const auto r = renderEffect("Incognito", frame, {{"Intensity", 1.0}}, o);
+        // One block over [24, 72) x [18, 54) of the active rectangle.
+        const Mean m = mean(frame, 16 + 24, 18, 16 + 72, 54);
+        for (int y = 0; y < 72; ++y) {
+            for (int x = 0; x < 128; ++x) {
+                uint32_t want = frame.at(x, y);
+                if (x < 16 || x >= 112) want = black;
+                if (x >= 40 && x < 88 && y >= 18 && y < 54) want = word(m.c[2], m.c[1], m.c[0]);
+                ASSERT_EQ(r.target.at(x, y), want) << x << ", " << y;
+            }
         }
+        EXPECT_TRUE(reelfx::test::paddingUntouched(r.target, kFill));
     }
-    EXPECT_TRUE(reelfx::test::paddingUntouched(r.target, kFill));
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <limits>
 
+#include "plugin/frame_context.h"
 #include "support.h"
 
 namespace {
@@ -189,19 +190,24 @@ TEST(Mosaic, HostileValuesOnTinyPictures) {
 // A 4:3 picture in a 16:9 frame: the renderer sees only the 96 x 72 active
 // rectangle, the bars stay black and the padding keeps the host's words.
 TEST(Mosaic, WorksInsideTheActiveRectangle) {
-    const Picture frame = testPicture(128, 72, kFourccArgb, 0, 128 * 4 + 8);
-    Picture active(96, 72);
-    for (int y = 0; y < 72; ++y) std::copy_n(frame.row(y) + 16, 96, active.row(y));
-    RenderOptions o{.displayAspect = 16.0 / 9.0, .aspectFitting = true, .pictureAspect = 4.0 / 3.0};
-    const auto r = renderEffect("Mosaic", frame, {{"Resolution", 0.7}, {"Overlap", 3.0}}, o);
-    const Picture want = modelMosaic(active, 7, 3, kFill);
-    for (int y = 0; y < 72; ++y) {
-        for (int x = 0; x < 128; ++x) {
-            const uint32_t w = (x < 16 || x >= 112) ? 0xFF000000u : want.at(x - 16, y);
-            ASSERT_EQ(r.target.at(x, y), w) << x << ", " << y;
+    for (uint32_t format : {kFourccArgb, kFourccAyuv}) {
+        const Picture frame = testPicture(128, 72, format, 0, 128 * 4 + 8);
+        Picture active(96, 72);
+        for (int y = 0; y < 72; ++y) std::copy_n(frame.row(y) + 16, 96, active.row(y));
+        RenderOptions o{
+            .displayAspect = 16.0 / 9.0, .aspectFitting = true, .pictureAspect = 4.0 / 3.0};
+        o.format = format;
+        const uint32_t black = format == kFourccAyuv ? kBorderAyuv : kBorderArgb;
+        const auto r = renderEffect("Mosaic", frame, {{"Resolution", 0.7}, {"Overlap", 3.0}}, o);
+        const Picture want = modelMosaic(active, 7, 3, kFill);
+        for (int y = 0; y < 72; ++y) {
+            for (int x = 0; x < 128; ++x) {
+                const uint32_t w = (x < 16 || x >= 112) ? black : want.at(x - 16, y);
+                ASSERT_EQ(r.target.at(x, y), w) << x << ", " << y;
+            }
         }
+        EXPECT_TRUE(reelfx::test::paddingUntouched(r.target, kFill));
     }
-    EXPECT_TRUE(reelfx::test::paddingUntouched(r.target, kFill));
 }
 
 }  // namespace

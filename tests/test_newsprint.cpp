@@ -9,6 +9,7 @@
 
 #include "effects/newsprint.h"
 #include "pixel/block.h"
+#include "pixel/fxmath.h"
 #include "plugin/frame_context.h"
 #include "support.h"
 
@@ -63,8 +64,8 @@ TEST(NewsPrint, GridAndMarkSizes) {
 
     const float wc = np::cellSize(720, 166);
     const float hc = np::cellSize(576, 166);
-    EXPECT_FLOAT_EQ(wc, 4.3373494f);
-    EXPECT_FLOAT_EQ(hc, 3.4698796f);
+    EXPECT_EQ(wc, 4.3373494f);
+    EXPECT_EQ(hc, 3.4698796f);
     const int32_t cols[] = {0, 4, 8, 13, 17, 21};
     const int32_t rows[] = {0, 3, 6, 10, 13, 17};
     for (int32_t k = 0; k < 6; ++k) {
@@ -76,8 +77,8 @@ TEST(NewsPrint, GridAndMarkSizes) {
     const float b = np::brightnessFactor(0.83);
     const float circle = np::circleScale(wc, 1.09);
     const float spiral = np::spiralScale(wc, 1.09);
-    EXPECT_FLOAT_EQ(circle, 0.018540043f);
-    EXPECT_FLOAT_EQ(spiral, 3.3093975f);
+    EXPECT_EQ(circle, 0.018540043f);
+    EXPECT_EQ(spiral, 3.3093975f);
     const std::pair<int32_t, int32_t> radii[] = {{0, 4}, {64, 3}, {128, 2}, {200, 1}, {255, 0}};
     for (const auto& [key, r] : radii) EXPECT_EQ(np::circleRadius(key, b, circle), r) << key;
     const std::pair<int32_t, int32_t> lengths[] = {{0, 359}, {64, 359}, {128, 139}};
@@ -156,6 +157,19 @@ TEST(NewsPrint, SpiralGrowsWithDarknessAndDotShapeExactlyOne) {
     const auto inkDark = pixelsEqual(dark.target, kInk);
     const auto inkLight = pixelsEqual(light.target, kInk);
     EXPECT_EQ(np::spiralLength(153, 0.83f, np::spiralScale(200.0f, 1.09)), 154);
+    // Every tenth spiral point from the table's formula: radius 200 x i x
+    // (1/3600 in single precision), rounded to single precision; angle i x
+    // (1/57 in single precision); offsets truncated.
+    std::set<std::pair<int32_t, int32_t>> spiral;
+    for (int j = 1; j <= 359; ++j) {
+        const int i = 10 * j;
+        const float rho = static_cast<float>(200.0 * i * static_cast<double>(1.0f / 3600.0f));
+        const double theta = i * static_cast<double>(1.0f / 57.0f);
+        const int32_t x = 100 + static_cast<int32_t>(fxCos(theta) * rho);
+        const int32_t y = 100 + static_cast<int32_t>(fxSin(theta) * rho);
+        if (x >= 0 && x < 200 && y >= 0 && y < 200) spiral.insert({x, y});
+    }
+    EXPECT_EQ(inkDark, spiral);
     EXPECT_LE(inkDark.size(), 359u);
     EXPECT_GT(inkDark.size(), 150u);
     EXPECT_LE(inkLight.size(), 154u);

@@ -20,7 +20,9 @@ struct Guarded {
     int32_t w, h, pitch;
     std::vector<uint32_t> words;
     Guarded(int32_t width, int32_t height, uint32_t fill)
-        : w(width), h(height), pitch(width + 3),
+        : w(width),
+          h(height),
+          pitch(width + 3),
           words(static_cast<size_t>(pitch) * (height + 4), kGuard) {
         for (int32_t y = 0; y < h; ++y) {
             for (int32_t x = 0; x < w; ++x) at(x, y) = fill;
@@ -53,9 +55,9 @@ using Points = std::set<std::pair<int32_t, int32_t>>;
 TEST(PixelBlock, BrightnessKey) {
     EXPECT_EQ(brightnessKey(0x00000000u), 0);
     EXPECT_EQ(brightnessKey(0x00FFFFFFu), 255);
-    EXPECT_EQ(brightnessKey(0xFFFF0000u), 63);   // 510 >> 3
-    EXPECT_EQ(brightnessKey(0x0000FF00u), 159);  // 1275 >> 3
-    EXPECT_EQ(brightnessKey(0x000000FFu), 31);   // 255 >> 3
+    EXPECT_EQ(brightnessKey(0xFFFF0000u), 63);                          // 510 >> 3
+    EXPECT_EQ(brightnessKey(0x0000FF00u), 159);                         // 1275 >> 3
+    EXPECT_EQ(brightnessKey(0x000000FFu), 31);                          // 255 >> 3
     EXPECT_EQ(brightnessKey(0xFF0F0F0Fu), brightnessKey(0x000F0F0Fu));  // alpha ignored
 }
 
@@ -135,9 +137,8 @@ TEST(PixelBlock, LineCases) {
 // A line that starts and ends outside the picture is drawn exactly where the
 // unclipped line crosses it; nothing outside the picture is written.
 TEST(PixelBlock, LinesClipExactlyToThePicture) {
-    const int32_t ends[][4] = {{-7, -3, 20, 11}, {25, -4, -6, 12}, {3, -20, 6, 30},
-                               {-50, 2, 60, 3},  {4, 4, 4, 40},    {-9, -9, -1, 30},
-                               {12, 0, 30, 5},   {-2, 7, 15, 7}};
+    const int32_t ends[][4] = {{-7, -3, 20, 11}, {25, -4, -6, 12}, {3, -20, 6, 30}, {-50, 2, 60, 3},
+                               {4, 4, 4, 40},    {-9, -9, -1, 30}, {12, 0, 30, 5},  {-2, 7, 15, 7}};
     for (const auto& e : ends) {
         // The unclipped line on a big canvas whose window (20, 20) - (31, 29)
         // is the small picture.
