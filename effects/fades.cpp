@@ -60,8 +60,9 @@ void renderFade(const FrameContext* ctx, const ParameterBlock* /*block*/, uint32
     const int64_t pitch = ctx->stride >> 2;
     uint32_t* out = dst + iy * pitch + ix;
     const uint32_t* in = src + iy * pitch + ix;
+    // memmove: a host that renders in place hands the same picture twice.
     for (int64_t y = 0; y < h; ++y) {
-        std::memcpy(out + y * pitch, in + y * pitch, static_cast<size_t>(w) * 4);
+        std::memmove(out + y * pitch, in + y * pitch, static_cast<size_t>(w) * 4);
     }
     Resizer(kResizerBlend, format, block, kBlockStride, kBlockWidth, kBlockHeight, format, out,
             ctx->stride, static_cast<int32_t>(w), static_cast<int32_t>(h), 0, 0);

@@ -14,6 +14,7 @@ namespace {
 constexpr int kShades = 220;  // lumas 16 ... 235
 constexpr int kLumaLow = 16;
 constexpr int kLumaHigh = 235;
+constexpr int32_t kChunk = 256;  // pixels per step of the row loop
 
 // amount x shape(position) for the five "Intensity Profile" entries, the
 // position held to 0 ... 1 first.
@@ -40,14 +41,41 @@ inline int channel(uint32_t p, int k) {
     return static_cast<int>((p >> (8 * k)) & 0xFF);
 }
 
-// Bits 16-23 of the pixel's AYUV form: in ARGB frames only the luma of the
-// full conversion is computed, in the same order of operations.
-inline int lumaOf(uint32_t p, bool argb) {
-    if (!argb) return channel(p, 2);
+// The luma (bits 16-23 of the AYUV form) held to 16 ... 235. In ARGB frames
+// only the luma of the full conversion is computed, in the same order of
+// operations; it always lies within 16 ... 235.
+inline int argbLuma(uint32_t p) {
     const int r = channel(p, 2);
     const int g = channel(p, 1);
     const int b = channel(p, 0);
-    return (16 + static_cast<int>((0.5041 * g + 0.2568 * r) + 0.097924 * b)) & 0xFF;
+    return 16 + static_cast<int>((0.5041 * g + 0.2568 * r) + 0.097924 * b);
+}
+
+inline int ayuvLuma(uint32_t p) {
+    const int l = channel(p, 2);
+    return l < kLumaLow ? kLumaLow : (l > kLumaHigh ? kLumaHigh : l);
+}
+
+// Channel bounds of the clamped mix: channels 0 and 1 share theirs.
+struct Bounds {
+    double low01, high01, low2, high2;
+};
+
+// One channel of the clamped mix, (b - a) * e + a held to low ... high. The
+// strength is finite, so the held value truncates safely.
+inline uint32_t mixChannel(int a, int b, double e, double low, double high) {
+    double c = static_cast<double>(b - a) * e + a;
+    c = c < low ? low : c;
+    c = c > high ? high : c;
+    return static_cast<uint32_t>(static_cast<int>(c));
+}
+
+// The colour channels of s mixed toward the shade, the alpha of s kept.
+inline uint32_t mixToShade(uint32_t s, uint32_t shade, double e, const Bounds& b) {
+    return (s & 0xFF000000u) |
+           mixChannel(channel(s, 2), channel(shade, 2), e, b.low2, b.high2) << 16 |
+           mixChannel(channel(s, 1), channel(shade, 1), e, b.low01, b.high01) << 8 |
+           mixChannel(channel(s, 0), channel(shade, 0), e, b.low01, b.high01);
 }
 
 }  // namespace
@@ -69,43 +97,36 @@ void renderToneMap(uint32_t* dst, const uint32_t* src, int32_t stride, int32_t w
     const int32_t index = profile < 0 ? 0 : (profile > 4 ? 4 : profile);
     const double e = intensityProfile(index, amount, progress == progress ? progress : 0.0);
 
-    // The shades, split into channels 0-2 for the mix, built for this frame.
-    const bool argb = format == kFourccArgb;
+    // The shades in the frame's format, built for this frame.
     const uint32_t kr = (colour >> 16) & 0xFF;
     const uint32_t kg = (colour >> 8) & 0xFF;
     const uint32_t kb = colour & 0xFF;
-    int shade[kShades][3];
-    for (int i = 0; i < kShades; ++i) {
-        const uint32_t u = static_cast<uint32_t>(i);
-        const uint32_t entry = argbToFrame(
-            0xFF000000u | ((u * kr) / 219) << 16 | ((u * kg) / 219) << 8 | ((u * kb) / 219),
+    uint32_t shade[kShades];
+    for (uint32_t i = 0; i < kShades; ++i) {
+        shade[i] = argbToFrame(
+            0xFF000000u | ((i * kr) / 219) << 16 | ((i * kg) / 219) << 8 | ((i * kb) / 219),
             format);
-        for (int k = 0; k < 3; ++k) shade[i][k] = channel(entry, k);
     }
-    // Channel bounds of the clamped mix, as in mixPixelClamped.
-    const double low[3] = {argb ? 0.0 : 16.0, argb ? 0.0 : 16.0, argb ? 0.0 : 16.0};
-    const double high[3] = {argb ? 255.0 : 240.0, argb ? 255.0 : 240.0, argb ? 255.0 : 235.0};
+    const bool argb = format == kFourccArgb;
+    const Bounds bounds = argb ? Bounds{0.0, 255.0, 0.0, 255.0} : Bounds{16.0, 240.0, 16.0, 235.0};
 
+    // Rows go in chunks: the shades are looked up first, then the mix runs
+    // over plain arrays, where it vectorises.
     const int64_t pitch = stride >> 2;
+    uint32_t shadeOf[kChunk];
     for (int64_t y = 0; y < height; ++y) {
         const uint32_t* in = src + y * pitch;
         uint32_t* out = dst + y * pitch;
-        for (int32_t x = 0; x < width; ++x) {
-            const uint32_t s = in[x];
-            int luma = lumaOf(s, argb);
-            if (luma < kLumaLow) luma = kLumaLow;
-            if (luma > kLumaHigh) luma = kLumaHigh;
-            const int* b = shade[luma - kLumaLow];
-            uint32_t m = s & 0xFF000000u;
-            for (int k = 0; k < 3; ++k) {
-                const int a = channel(s, k);
-                double c = static_cast<double>(b[k] - a) * e + a;
-                if (c < low[k]) c = low[k];
-                if (c > high[k]) c = high[k];
-                // c lies within 0 ... 255 here: the plain truncation is safe.
-                m |= static_cast<uint32_t>(static_cast<int>(c)) << (8 * k);
+        for (int32_t x0 = 0; x0 < width; x0 += kChunk) {
+            const int32_t n = width - x0 < kChunk ? width - x0 : kChunk;
+            const uint32_t* s = in + x0;
+            if (argb) {
+                for (int32_t j = 0; j < n; ++j) shadeOf[j] = shade[argbLuma(s[j]) - kLumaLow];
+            } else {
+                for (int32_t j = 0; j < n; ++j) shadeOf[j] = shade[ayuvLuma(s[j]) - kLumaLow];
             }
-            out[x] = m;
+            uint32_t* o = out + x0;
+            for (int32_t j = 0; j < n; ++j) o[j] = mixToShade(s[j], shadeOf[j], e, bounds);
         }
     }
 }
