@@ -45,17 +45,22 @@ void renderMosaic(const FrameContext* ctx, const ParameterBlock* block, uint32_t
     }
     // A patch never needs to reach further than the picture: once K exceeds
     // both sides, every patch covers the whole picture either way, so a
-    // larger K paints exactly the same pixels.
-    k = static_cast<int32_t>(std::min<int64_t>(k, int64_t{std::max(width, height)} + 1));
+    // larger K paints exactly the same pixels. Then each patch paints over
+    // the whole of the one before, and only the last anchor's remains.
+    const int64_t cover = int64_t{std::max(width, height)} + 1;
+    const bool lastOnly = k >= cover;
+    if (lastOnly) k = static_cast<int32_t>(cover);
     const int64_t before = h * k;       // patch offsets -h*K ...
     const int64_t after = (h + 1) * k;  // ... (h + 1)*K - 1
+    const int64_t firstRow = lastOnly ? (height - 1) / n * int64_t{n} : 0;
+    const int64_t firstColumn = lastOnly ? (width - 1) / n * int64_t{n} : 0;
 
-    for (int64_t y = 0; y < height; y += n) {
+    for (int64_t y = firstRow; y < height; y += n) {
         // Search rows outside the picture read as key 0, which is never
         // brighter than an anchor: they are skipped without changing the result.
         const int64_t sy0 = std::max<int64_t>(y - h, 0);
         const int64_t sy1 = std::min<int64_t>(y + h, height - 1);
-        for (int64_t x = 0; x < width; x += n) {
+        for (int64_t x = firstColumn; x < width; x += n) {
             const uint32_t s = src[y * pitch + x];
             const int keyS = brightnessKey(s);
             const int64_t sx0 = std::max<int64_t>(x - h, 0);

@@ -123,8 +123,18 @@ TEST(Mosaic, PatchCentresOnTheSmallestBrighterNeighbour) {
 
 TEST(Mosaic, MatchesTheLiteralTileRule) {
     const Picture src = testPicture(37, 23, kFourccArgb, 3, 37 * 4 + 4);
-    const double cases[][2] = {{0.5, 2.0}, {0.3, 1.0}, {0.4, 3.0},  {1.0, 10.0},
-                               {0.2, 7.5}, {0.7, 1.0}, {0.6, 60.0}, {0.9, 2.0}};
+    const double cases[][2] = {{0.5, 2.0},
+                               {0.3, 1.0},
+                               {0.4, 3.0},
+                               {1.0, 10.0},
+                               {0.2, 7.5},
+                               {0.7, 1.0},
+                               {0.6, 60.0},
+                               {0.9, 2.0},
+                               // patches just short of, and just reaching, both sides
+                               {0.2, 37.0},
+                               {0.2, 38.0},
+                               {0.3, 25.0}};
     for (const auto& c : cases) {
         const int n = std::max(1, static_cast<int>(c[0] * 10.0));
         const int k = static_cast<int>(c[1]);
