@@ -3,6 +3,7 @@
 // B and the distance from grey are kept (up to the truncations). The colour's
 // offset from grey is expressed in an orthonormal frame of the plane
 // perpendicular to the grey axis, turned there, and brought back.
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 
@@ -95,21 +96,31 @@ void renderColorCircleShift(uint32_t* dst, const uint32_t* src, int32_t stride, 
     // give channels clamped to 0, never anything outside the pictures.
     const double theta = ((progress * period) + offset) * kTwoPi;
 
+    // The colour bytes of the result depend on the source's colour bytes
+    // alone (alpha passes through every step unchanged), and the turn costs
+    // an arctangent, a sine and a cosine: results are kept in a small
+    // direct-mapped cache, indexed by a hash of the colour bytes, for the
+    // duration of the frame. A key above 24 bits marks an empty entry.
+    constexpr int kCacheBits = 12;
+    uint32_t cacheKey[1 << kCacheBits];
+    uint32_t cacheValue[1 << kCacheBits];
+    std::fill_n(cacheKey, 1 << kCacheBits, 0xFFFFFFFFu);
+
     const int64_t pitch = stride >> 2;
-    // The result depends on the source word alone, and pictures are full of
-    // runs of equal words: the last conversion is reused for a repeat.
-    uint32_t lastIn = 0;
-    uint32_t lastOut = argbToFrame(shiftPixel(frameToArgb(lastIn, format), theta), format);
     for (int64_t y = 0; y < height; ++y) {
         const uint32_t* in = src + y * pitch;
         uint32_t* out = dst + y * pitch;
         for (int32_t x = 0; x < width; ++x) {
             const uint32_t s = in[x];
-            if (s != lastIn) {
-                lastIn = s;
-                lastOut = argbToFrame(shiftPixel(frameToArgb(s, format), theta), format);
+            const uint32_t colour = s & 0x00FFFFFFu;
+            const uint32_t slot = (colour * 2654435761u) >> (32 - kCacheBits);
+            if (cacheKey[slot] != colour) {
+                cacheKey[slot] = colour;
+                cacheValue[slot] =
+                    argbToFrame(shiftPixel(frameToArgb(colour, format), theta), format) &
+                    0x00FFFFFFu;
             }
-            out[x] = lastOut;
+            out[x] = (s & 0xFF000000u) | cacheValue[slot];
         }
     }
 }

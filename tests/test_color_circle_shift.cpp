@@ -135,6 +135,24 @@ TEST(ColorCircleShift, HostileProgressStaysInside) {
     }
 }
 
+// Each pixel depends on its own source pixel alone, alpha included: a
+// picture of many colours and alphas gives, pixel for pixel, what the same
+// pixel gives rendered on its own.
+TEST(ColorCircleShift, EachPixelOnItsOwn) {
+    const Params params = {{"Offset", 0.21}, {"Period", 1.3}};
+    for (uint32_t format : {kFourccArgb, kFourccAyuv}) {
+        const Picture src = testPicture(160, 120, format, 5);
+        const RenderOptions o{.progress = 0.7, .format = format};
+        const auto whole = renderEffect(kEffect, src, params, o);
+        for (int i = 0; i < 300; ++i) {
+            const int x = (i * 37) % 160, y = (i * 53) % 120;
+            const Picture one(1, 1, 0, src.at(x, y));
+            ASSERT_EQ(whole.target.at(x, y), renderEffect(kEffect, one, params, o).target.at(0, 0))
+                << x << ", " << y;
+        }
+    }
+}
+
 TEST(ColorCircleShift, MissingSourceFillsWhite) {
     for (uint32_t format : {kFourccArgb, kFourccAyuv}) {
         Picture target(7, 3, 7 * 4 + 8, kFill);

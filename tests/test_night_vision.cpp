@@ -144,6 +144,27 @@ TEST(NightVision, AyuvFrames) {
     EXPECT_EQ(strong.target.at(0, 0), argbToAyuv(0xFF000000u));
 }
 
+// Each pixel depends on its own source pixel alone, alpha included: a
+// picture of many colours and alphas gives, pixel for pixel, what the same
+// pixel gives rendered on its own.
+TEST(NightVision, EachPixelOnItsOwn) {
+    const Params params = {{"Intensity", 0.6},
+                           {"Red/Green Mix", 0.35},
+                           {"Brightness Gain", 1.9},
+                           {"Brightness Base", 0.2}};
+    for (uint32_t format : {kFourccArgb, kFourccAyuv}) {
+        const Picture src = testPicture(160, 120, format, 5);
+        const RenderOptions o{.progress = 0.7, .format = format};
+        const auto whole = renderEffect(kEffect, src, params, o);
+        for (int i = 0; i < 300; ++i) {
+            const int x = (i * 37) % 160, y = (i * 53) % 120;
+            const Picture one(1, 1, 0, src.at(x, y));
+            ASSERT_EQ(whole.target.at(x, y), renderEffect(kEffect, one, params, o).target.at(0, 0))
+                << x << ", " << y;
+        }
+    }
+}
+
 TEST(NightVision, MissingSourceFillsWhite) {
     for (uint32_t format : {kFourccArgb, kFourccAyuv}) {
         Picture target(6, 4, 6 * 4 + 8, kFill);
