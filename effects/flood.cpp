@@ -121,7 +121,9 @@ void renderFlood(const FrameContext* ctx, const ParameterBlock* block, uint32_t 
     }
 
     for (int32_t pass = 0; pass < passes; ++pass) {
-        for (int32_t i = 0; i < count; ++i) f.keys[i] = static_cast<uint8_t>(brightnessKey(f.words[i]));
+        for (int32_t i = 0; i < count; ++i) {
+            f.keys[i] = static_cast<uint8_t>(brightnessKey(f.words[i]));
+        }
         std::fill(f.drains.begin(), f.drains.end(), -1);
         for (int32_t x = 0; x < width; ++x) {
             f.drains[x] = x;

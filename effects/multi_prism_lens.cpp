@@ -40,8 +40,8 @@ uint32_t packEntry(int32_t dx, int32_t dy) {
 }  // namespace
 
 void BuildPrismMap(uint8_t* map, int32_t mapStride, int32_t width, int32_t height,
-                   int32_t facetCount, double centerRadius, double refraction,
-                   double centerOffsetX, double centerOffsetY) {
+                   int32_t facetCount, double centerRadius, double refraction, double centerOffsetX,
+                   double centerOffsetY) {
     // The map must hold width entries per row; anything else is not written.
     if (!map || width <= 0 || height <= 0 || int64_t{mapStride} < int64_t{width} * 4) return;
 

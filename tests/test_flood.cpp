@@ -41,7 +41,8 @@ Picture modelFlood(const Picture& src, int passes, uint32_t fill) {
                 int cx = x, cy = y;
                 while (cx != 0 && cy != 0 && cx != w - 1 && cy != h - 1) {
                     int best = key(work.at(cx, cy)), nx = cx, ny = cy;
-                    const int around[4][2] = {{cx, cy - 1}, {cx, cy + 1}, {cx - 1, cy}, {cx + 1, cy}};
+                    const int around[4][2] = {
+                        {cx, cy - 1}, {cx, cy + 1}, {cx - 1, cy}, {cx + 1, cy}};
                     for (const auto& n : around) {
                         if (key(work.at(n[0], n[1])) < best) {
                             best = key(work.at(n[0], n[1]));
@@ -69,8 +70,8 @@ TEST(Flood, PassCountFollowsIntensity) {
     Picture src(31, 31, 0, bright);
     src.at(15, 15) = dark;
     const double nan = std::nan("");
-    const double cases[][2] = {{0.0, 1},  {1.0, 1},  {0.99, 1}, {2.9, 2},  {5.0, 5},
-                               {-4.0, 1}, {nan, 1},  {1e300, 1}, {12.5, 12}};
+    const double cases[][2] = {{0.0, 1},  {1.0, 1}, {0.99, 1},  {2.9, 2},  {5.0, 5},
+                               {-4.0, 1}, {nan, 1}, {1e300, 1}, {12.5, 12}};
     for (const auto& c : cases) {
         const int n = static_cast<int>(c[1]);
         const auto r = renderEffect("Flood", src, {{"Intensity", c[0]}});
@@ -107,7 +108,8 @@ TEST(Flood, FlatPictureIsCopied) {
             }
         }
         for (double intensity : {1.0, 3.0}) {
-            const auto r = renderEffect("Flood", src, {{"Intensity", intensity}}, {.format = format});
+            const auto r =
+                renderEffect("Flood", src, {{"Intensity", intensity}}, {.format = format});
             EXPECT_TRUE(r.target.samePixels(src)) << formatName(format) << " " << intensity;
             EXPECT_TRUE(reelfx::test::paddingUntouched(r.target, kFill));
         }
@@ -146,12 +148,12 @@ TEST(Flood, NeighbourOrderBreaksTies) {
         bool bWins;
     };
     const Case cases[] = {
-        {2, 1, 1, 2, b, false},       // above before left
-        {2, 3, 1, 2, b, false},       // below before left
-        {1, 2, 3, 2, b, false},       // left before right
-        {2, 1, 2, 3, b, false},       // above before below
-        {2, 1, 1, 2, darker, true},   // a darker left beats above
-        {2, 1, 3, 2, darker, true},   // a darker right beats above
+        {2, 1, 1, 2, b, false},      // above before left
+        {2, 3, 1, 2, b, false},      // below before left
+        {1, 2, 3, 2, b, false},      // left before right
+        {2, 1, 2, 3, b, false},      // above before below
+        {2, 1, 1, 2, darker, true},  // a darker left beats above
+        {2, 1, 3, 2, darker, true},  // a darker right beats above
     };
     for (const Case& c : cases) {
         Picture src(5, 5, 0, grey);
@@ -170,8 +172,8 @@ TEST(Flood, EdgesComeFromTheSource) {
     for (uint32_t format : {kFourccArgb, kFourccAyuv}) {
         const Picture flat(12, 8, 12 * 4 + 8, 0xFF909090u);
         for (uint32_t targetFill : {0x00000000u, 0xFFFFFFFFu}) {
-            const auto r = renderEffect("Flood", flat, {{"Intensity", 4.0}}, {.format = format},
-                                        targetFill);
+            const auto r =
+                renderEffect("Flood", flat, {{"Intensity", 4.0}}, {.format = format}, targetFill);
             EXPECT_TRUE(r.target.samePixels(flat)) << formatName(format);
             EXPECT_TRUE(reelfx::test::paddingUntouched(r.target, targetFill));
         }
@@ -234,7 +236,9 @@ TEST(Flood, WorksInsideTheActiveRectangle) {
         const Picture frame = testPicture(128, 72, format, 0, 128 * 4 + 8);
         Picture active(96, 72);
         for (int y = 0; y < 72; ++y) std::copy_n(frame.row(y) + 16, 96, active.row(y));
-        RenderOptions o{.format = format, .displayAspect = 16.0 / 9.0, .aspectFitting = true,
+        RenderOptions o{.format = format,
+                        .displayAspect = 16.0 / 9.0,
+                        .aspectFitting = true,
                         .pictureAspect = 4.0 / 3.0};
         const auto r = renderEffect("Flood", frame, {{"Intensity", 3.0}}, o);
         const Picture want = modelFlood(active, 3, kFill);

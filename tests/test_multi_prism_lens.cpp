@@ -41,7 +41,9 @@ Instance lens(int32_t w, int32_t h) {
     return Instance(module(), reelfx::test::effectIndex("Multi-Prism Lens"), w, h);
 }
 
-const PluginInstance& record(Instance& inst) { return *inst.block().instance; }
+const PluginInstance& record(Instance& inst) {
+    return *inst.block().instance;
+}
 
 // Default parameters at 720 x 576: disc radius 230 around (360, 288), six
 // facets clockwise from straight up with the listed shifts; samples outside
@@ -104,8 +106,9 @@ TEST(MultiPrismLens, BoundaryPixelsBelongToTheLaterFacet) {
     const int shift = static_cast<int>(std::sqrt(40.0 * 40 + 30 * 30) * 0.5);  // 25
     // Two facets: the right half (from straight up) shifts left, the left
     // half (from straight down) shifts right; the cosine terms are 0.
-    auto r = renderEffect("Multi-Prism Lens", src,
-                          {{"Prism Count", 2.0}, {"Center Radius", 0.0}, {"Prism Refraction", 0.5}});
+    auto r =
+        renderEffect("Multi-Prism Lens", src,
+                     {{"Prism Count", 2.0}, {"Center Radius", 0.0}, {"Prism Refraction", 0.5}});
     EXPECT_EQ(r.target.at(cx, cy), src.at(cx, cy));                  // the centre, even with R = 0
     EXPECT_EQ(r.target.at(cx, cy - 5), src.at(cx - shift, cy - 5));  // phi = 0: facet 0
     EXPECT_EQ(r.target.at(cx, cy + 5), src.at(cx + shift, cy + 5));  // phi = pi: facet 1
@@ -127,9 +130,9 @@ TEST(MultiPrismLens, OutsideSamplesAreOpaqueBlackInBothFormats) {
     for (uint32_t format : {kFourccArgb, kFourccAyuv}) {
         const uint32_t black = format == kFourccAyuv ? 0xFF108080u : 0xFF000000u;
         const Picture src = testPicture(64, 48, format, 0, 64 * 4 + 4);
-        const auto r = renderEffect("Multi-Prism Lens", src,
-                                    {{"Prism Count", 2.0}, {"Prism Refraction", 1.0}},
-                                    {.format = format});
+        const auto r =
+            renderEffect("Multi-Prism Lens", src, {{"Prism Count", 2.0}, {"Prism Refraction", 1.0}},
+                         {.format = format});
         // Disc radius 20 around (32, 24), shift 40: the right half samples
         // 40 columns to the left, the left half 40 to the right.
         for (int32_t y = 0; y < 48; y += 7) {
@@ -224,7 +227,7 @@ TEST(MultiPrismLens, HostileValuesClamp) {
         EXPECT_TRUE(reelfx::test::paddingUntouched(r.target, kFill));
         return r.target.words;
     };
-    EXPECT_EQ(words(1e300, 0.3, 0.6), words(2.0, 0.3, 0.6));   // low 32 bits of INT64_MIN: 0
+    EXPECT_EQ(words(1e300, 0.3, 0.6), words(2.0, 0.3, 0.6));  // low 32 bits of INT64_MIN: 0
     EXPECT_EQ(words(-7.0, 0.3, 0.6), words(2.0, 0.3, 0.6));
     EXPECT_EQ(words(1000.0, 0.3, 0.6), words(20.0, 0.3, 0.6));
     EXPECT_EQ(words(5.0, inf, 0.6), words(5.0, 1.0, 0.6));
@@ -261,7 +264,9 @@ TEST(MultiPrismLens, WorksInsideTheActiveRectangle) {
         const Picture frame = testPicture(128, 72, format, 0, 128 * 4 + 8);
         Picture active(96, 72);
         for (int y = 0; y < 72; ++y) std::copy_n(frame.row(y) + 16, 96, active.row(y));
-        RenderOptions o{.format = format, .displayAspect = 16.0 / 9.0, .aspectFitting = true,
+        RenderOptions o{.format = format,
+                        .displayAspect = 16.0 / 9.0,
+                        .aspectFitting = true,
                         .pictureAspect = 4.0 / 3.0};
         const auto r = renderEffect("Multi-Prism Lens", frame, {{"Prism Count", 5.0}}, o);
         const auto want =
