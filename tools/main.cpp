@@ -44,7 +44,8 @@ std::string findModule(const std::string& requested) {
 }
 
 const char* kFooter =
-    "Exit status: 0 done, 1 a file could not be read or written, 2 a mistake on the command line.";
+    "Exit status: 0 done, 1 a file could not be read or written, 2 a mistake on the command "
+    "line, 130 interrupted (nothing is left under the output name).";
 
 }  // namespace
 
