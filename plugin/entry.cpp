@@ -234,10 +234,13 @@ intptr_t render(PluginCallBlock* block, uint32_t effectIndex) {
     PluginInstance* inst = block->instance;
     EffectState* state = effectState(block);
     if (!state || !state->targetFrame) return 1;
-    // Not expected from a host, answered like a missing target: a render
-    // before create, or a frame that cannot be addressed safely, draws nothing.
+    // A render before create is answered like a missing target: nothing is
+    // drawn. A frame that cannot be addressed safely (an empty or negative
+    // size, a stride that does not hold a row) is a frame with nothing to
+    // draw: the call succeeds and writes nothing.
     const HostFrame* target = state->targetFrame;
-    if (!inst || !usableGeometry(target)) return 1;
+    if (!inst) return 1;
+    if (!usableGeometry(target)) return 0;
 
     const uint32_t fmt = target->format == kHostFormatAyuv ? kFourccAyuv : kFourccArgb;
 
