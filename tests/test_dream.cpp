@@ -103,19 +103,15 @@ TEST(Dream, AyuvDecidesOnLumaOnly) {
 
 // A glare width with no kernel leaves the glare picture unwritten, and the
 // frame keeps its base blur even when the picture holds an earlier frame's
-// glare. A frame larger than the one the instance was made for gets a glare
-// picture that fits.
-TEST(Dream, NoGlareKernelAndLargerFrames) {
+// glare.
+TEST(Dream, NoGlareKernelKeepsTheBaseBlur) {
     for (uint32_t format : {kFourccArgb, kFourccAyuv}) {
         reelfx::Instance inst(module(), effectIndex("Dream"), 40, 30);
         const Picture first = testPicture(40, 30, format, 1),
                       second = testPicture(40, 30, format, 5);
-        Picture target(40, 30, 0, kFill), large(2100, 3, 2100 * 4 + 8, kFill);
+        Picture target(40, 30, 0, kFill);
         ASSERT_EQ(inst.render(&first, target, {.format = format}), 0);  // defaults: glare 104
         EXPECT_EQ(target.words, model(first, 102, 104, format).words);
-        const Picture wide = testPicture(2100, 3, format, 0, 2100 * 4 + 8);
-        ASSERT_EQ(inst.render(&wide, large, {.format = format}), 0);
-        EXPECT_EQ(large.words, model(wide, 102, 104, format).words);
         for (double g : {10.0 / 9.0, 1.2, 5.0, 1e8}) {
             inst.setParameter("Glare Intensity", g);
             ASSERT_EQ(inst.render(&second, target, {.format = format}), 0);

@@ -55,7 +55,7 @@ Picture render(const Picture& src, double scale, uint32_t format = kFourccArgb) 
 
 // 720^0.5 = 26.83: 28 squares per row (the last 18 wide) and 23 rows of
 // squares (the last 4 high). 40^0.45 = 5.26: eight squares of 5 per row, the
-// third row of squares two pixels high.
+// third row of squares two pixels high, its turned squares taking black.
 TEST(RandomRotateSquares, SquaresTurnsAndWedges) {
     for (uint32_t format : {kFourccArgb, kFourccAyuv}) {
         const Picture full = positions(720, 576, 720 * 4 + 16);
@@ -68,9 +68,6 @@ TEST(RandomRotateSquares, SquaresTurnsAndWedges) {
         const Picture small = positions(40, 12, 40 * 4 + 8);
         const Picture turned = render(small, 0.45, format);
         EXPECT_EQ(turned.words, model(small, 5, black(format)).words);
-        // Square 17 at (5, 10) turns a quarter clockwise: its first three
-        // columns come from rows 12-14, beyond the bottom edge.
-        for (int x = 5; x < 10; ++x) EXPECT_EQ(turned.at(x, 11) == black(format), x < 8) << x;
     }
 }
 
