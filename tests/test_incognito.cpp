@@ -66,27 +66,6 @@ Picture expected720(const Picture& src, Paint paint, Inside inside) {
     return want;
 }
 
-TEST(Incognito, DefaultGridSquaredAndRound) {
-    const Picture src = testPicture(720, 576, kFourccArgb, 0, 720 * 4 + 8);
-    auto plain = [&](int r, int c) {
-        return block(src, kCols[c], kRows[r], kCols[c + 1], kRows[r + 1]);
-    };
-    const auto squared = renderEffect("Incognito", src);  // "Squared" is the initial shape
-    EXPECT_TRUE(squared.target.samePixels(expected720(src, plain, [](int, int) { return true; })));
-    EXPECT_TRUE(paddingUntouched(squared.target, kFill));
-
-    auto ellipse = [](int x, int y) {
-        const double dx = x - 360, dy = y - 288;
-        return dy * dy / (144.0 * 144.0) + dx * dx / (180.0 * 180.0) < 1.0;
-    };
-    const auto round = renderEffect("Incognito", src, {{"Shape", 0.0}});
-    EXPECT_TRUE(round.target.samePixels(expected720(src, plain, ellipse)));
-    // Points on the ellipse keep the source: the test is strictly inside.
-    EXPECT_EQ(round.target.at(360, 144), src.at(360, 144));
-    EXPECT_EQ(round.target.at(180, 288), src.at(180, 288));
-    EXPECT_NE(squared.target.at(360, 144), src.at(360, 144));
-}
-
 // "Intensity" 0 (and below) on a 32 x 24 region: 128 blocks of a quarter
 // and a sixth of a pixel. Most are empty; the rest are single pixels, each
 // halved by the + 1 in the divisor, and together they cover the region.
@@ -130,12 +109,13 @@ TEST(Incognito, EmptyAndClippedRegions) {
     EXPECT_EQ(half.target.at(89, 35), block(src, 68, 18, 90, 53));
 }
 
-// The noise replayed from the same generator sequence: three draws per
+// The default region on 720 x 576, "Round" in ARGB and "Squared" in AYUV,
+// with the noise replayed from the same generator sequence: three draws per
 // block, the first one used; AYUV shifts the luma only, ARGB all three. The
 // seed hands some block the top draw 32767 first: times 1/32767 in single
 // precision that is just below 1, so its noise is trunc(-49.99...) = -49
 // (the exact reciprocal would give -50).
-TEST(Incognito, NoiseShiftsLumaOnlyInAyuv) {
+TEST(Incognito, DefaultGridEllipseAndNoise) {
     auto topDraw = [](unsigned seed) {
         std::srand(seed);
         for (int i = 0; i < 3 * 13 * 13; ++i) {
@@ -145,10 +125,16 @@ TEST(Incognito, NoiseShiftsLumaOnlyInAyuv) {
     };
     unsigned seed = 1;
     while (!topDraw(seed)) ++seed;
+    auto ellipse = [](int x, int y) {  // strictly inside: points on it keep the source
+        const double dx = x - 360, dy = y - 288;
+        return dy * dy / (144.0 * 144.0) + dx * dx / (180.0 * 180.0) < 1.0;
+    };
     for (uint32_t format : {kFourccArgb, kFourccAyuv}) {
-        const Picture src = testPicture(720, 576, format, 4);
+        const bool round = format == kFourccArgb;
+        const Picture src = testPicture(720, 576, format, 4, 720 * 4 + 8);
         std::srand(seed);
-        const auto r = renderEffect("Incognito", src, {{"Noise", 1.0}}, {.format = format});
+        const auto r = renderEffect(
+            "Incognito", src, {{"Noise", 1.0}, {"Shape", round ? 0.0 : 1.0}}, {.format = format});
         std::srand(seed);
         std::vector<int> noise;
         for (int i = 0; i < 13 * 13; ++i, std::rand(), std::rand()) {
@@ -157,40 +143,44 @@ TEST(Incognito, NoiseShiftsLumaOnlyInAyuv) {
         ASSERT_NE(std::find(noise.begin(), noise.end(), -49), noise.end());
         auto noisy = [&](int r, int c) {
             const int d = noise[r * 13 + c];
-            return block(src, kCols[c], kRows[r], kCols[c + 1], kRows[r + 1], d,
-                         format == kFourccAyuv ? 0 : d);
+            return block(src, kCols[c], kRows[r], kCols[c + 1], kRows[r + 1], d, round ? d : 0);
         };
-        EXPECT_EQ(r.target.words, expected720(src, noisy, [](int, int) { return true; }).words)
-            << formatName(format);
+        const Picture want =
+            expected720(src, noisy, [&](int x, int y) { return !round || ellipse(x, y); });
+        EXPECT_TRUE(r.target.samePixels(want)) << formatName(format);
+        EXPECT_TRUE(paddingUntouched(r.target, kFill));
+        EXPECT_EQ(r.target.at(360, 144) == src.at(360, 144), round);
     }
 }
 
-// A 4:3 picture in a 16:9 frame: one block over [24, 72) x [18, 54) of the
-// 96 x 72 active rectangle in both formats, the bars and the padding keep
-// their words; with no source the picture turns white.
+// A 4:3 picture in a 16:9 frame: the active 96 x 72 rectangle renders like
+// a picture of its own, the bars and the padding keep their words, and with
+// no source the active rectangle turns white, in both formats.
 TEST(Incognito, ActiveRectangleAndMissingSource) {
+    const std::vector<std::pair<std::string, double>> params = {{"Intensity", 0.7}, {"Shape", 0.0}};
     for (uint32_t format : {kFourccArgb, kFourccAyuv}) {
         const uint32_t black = format == kFourccAyuv ? kBorderAyuv : kBorderArgb;
+        const uint32_t white = format == kFourccAyuv ? 0xFFEA8080u : ~0u;
+        const reelfx::RenderOptions fit = {.format = format,
+                                           .displayAspect = 16.0 / 9.0,
+                                           .aspectFitting = true,
+                                           .pictureAspect = 4.0 / 3.0};
         const Picture frame = testPicture(128, 72, format, 0, 128 * 4 + 8);
-        const auto r = renderEffect("Incognito", frame, {{"Intensity", 1.0}},
-                                    {.format = format,
-                                     .displayAspect = 16.0 / 9.0,
-                                     .aspectFitting = true,
-                                     .pictureAspect = 4.0 / 3.0},
-                                    black);
-        EXPECT_TRUE(untouchedOutside(r.target, 16, 0, 96, 72, black));
-        const uint32_t one = block(frame, 40, 18, 88, 54);
+        Picture active(96, 72), none(128, 72, 128 * 4 + 8, black);
+        for (int y = 0; y < 72; ++y) std::copy_n(frame.row(y + 0) + 16, 96, active.row(y));
+        const auto r = renderEffect("Incognito", frame, params, fit, black);
+        const auto alone = renderEffect("Incognito", active, params, {.format = format}, black);
+        EXPECT_EQ(reelfx::Instance(module(), effectIndex("Incognito"), 128, 72)
+                      .render(nullptr, none, fit),
+                  0);
         for (int y = 0; y < 72; ++y) {
-            for (int x = 16; x < 112; ++x) {
-                const bool in = x >= 40 && x < 88 && y >= 18 && y < 54;
-                ASSERT_EQ(r.target.at(x, y), in ? one : frame.at(x, y));
-            }
+            const uint32_t *got = r.target.row(y + 0) + 16, *blank = none.row(y + 0) + 16;
+            ASSERT_TRUE(std::equal(got, got + 96, alone.target.row(y))) << y;
+            ASSERT_TRUE(std::all_of(blank, blank + 96, [&](uint32_t v) { return v == white; }))
+                << y;
         }
-        Picture none(9, 4, 48, kFill);
-        reelfx::Instance inst(module(), effectIndex("Incognito"), 9, 4);
-        ASSERT_EQ(inst.render(nullptr, none, {.format = format}), 0);
-        EXPECT_TRUE(untouchedOutside(none, 0, 0, 9, 4, kFill));
-        EXPECT_TRUE(none.samePixels(Picture(9, 4, 0, format == kFourccAyuv ? 0xFFEA8080u : ~0u)));
+        EXPECT_TRUE(untouchedOutside(r.target, 16, 0, 96, 72, black));
+        EXPECT_TRUE(untouchedOutside(none, 16, 0, 96, 72, black));
     }
 }
 

@@ -184,26 +184,17 @@ TEST(ToolSettings, SpansAspectsSizesAndRates) {
               "--fps takes a frame rate such as 25, 29.97 or 30000/1001, not \"1/0\"");
 }
 
-TEST(ToolText, ValuesNamesAndTheProgressLine) {
-    EXPECT_EQ(formatNumber(0.54), "0.54");
-    const auto incognito = declared("Incognito");
-    EXPECT_EQ(describeValue(incognito.at(6), 1.0), "Squared");
-    EXPECT_EQ(describeValue(declared("Fade To Color").at(1), 4278190080.0), "#FF000000");
+TEST(ToolText, NamesValuesAndTheProgressLine) {
     EXPECT_EQ(defaultOutputName("", false, "Fade To Black"), "fade-to-black.mp4");
     EXPECT_EQ(defaultOutputName("dir/holiday.mov", false, "Lantern"), "holiday-lantern.mov");
-    EXPECT_EQ(defaultOutputName("shot.png", true, "Flip XY"), "shot-flip-xy.png");
+    EXPECT_EQ(describeValue(declared("Incognito").at(6), 1.0), "Squared");
     EXPECT_EQ(progressLine(5, 10, 2.0, 10), "[#####.....] 5/10 frames   2.5 fps  0:02 left");
     EXPECT_EQ(progressLine(10, 10, 4.0, 4), "[####] 10/10 frames   2.5 fps  0:04 total");
-
     const auto catalogue = module().catalogue();
     EXPECT_EQ(listJson(catalogue)[9]["tags"], "*,Wedding");
     const nlohmann::json info = infoJson(catalogue[14], declared("Crop"), 320, 240);
-    EXPECT_EQ(info["parameters"][0]["kind"], "whole");
     EXPECT_EQ(info["parameters"][0]["maximum"], 240.0);
     EXPECT_EQ(info["parameters"][4]["choices"], nlohmann::json({"Crop only", "Crop & Re-Center"}));
-    EXPECT_NE(
-        infoText(catalogue[14], declared("Crop"), 320, 240).find("Crop only | Crop & Re-Center"),
-        std::string::npos);
 }
 
 }  // namespace
