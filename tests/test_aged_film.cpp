@@ -226,34 +226,4 @@ TEST(AgedFilm, HairCurvesAndCrawlFromTheTable) {
     EXPECT_EQ(got.words, want.words);
 }
 
-// A 16:9 picture in a 4:3 frame (progress 0 regenerates every table): the active 128 x 72 rectangle
-// renders like a picture of its own, the bars and the padding keep their words, and with no source
-// the active rectangle turns white, in both formats.
-TEST(AgedFilm, ActiveRectangleAndMissingSource) {
-    const std::vector<std::pair<std::string, double>> params = {{"Number of dust particles", 100},
-                                                                {"Average particle size", 100}};
-    for (uint32_t format : {kFourccArgb, kFourccAyuv}) {
-        const uint32_t black = format == kFourccAyuv ? kBorderAyuv : kBorderArgb;
-        const uint32_t white = format == kFourccAyuv ? 0xFFEA8080u : ~0u;
-        const reelfx::RenderOptions fit = {
-            .format = format, .displayAspect = 4.0 / 3.0, .aspectFitting = true, .aspectPreset = 3};
-        const Picture frame = testPicture(128, 96, format, 0, 128 * 4 + 8);
-        Picture active(128, 72), none(128, 96, 128 * 4 + 8, black);
-        for (int y = 0; y < 72; ++y) std::copy_n(frame.row(y + 12) + 0, 128, active.row(y));
-        const auto r = renderEffect("Aged Film", frame, params, fit, black);
-        const auto alone = renderEffect("Aged Film", active, params, {.format = format}, black);
-        EXPECT_EQ(reelfx::Instance(module(), effectIndex("Aged Film"), 128, 96)
-                      .render(nullptr, none, fit),
-                  0);
-        for (int y = 0; y < 72; ++y) {
-            const uint32_t *got = r.target.row(y + 12) + 0, *blank = none.row(y + 12) + 0;
-            ASSERT_TRUE(std::equal(got, got + 128, alone.target.row(y))) << y;
-            ASSERT_TRUE(std::all_of(blank, blank + 128, [&](uint32_t v) { return v == white; }))
-                << y;
-        }
-        EXPECT_TRUE(untouchedOutside(r.target, 0, 12, 128, 72, black));
-        EXPECT_TRUE(untouchedOutside(none, 0, 12, 128, 72, black));
-    }
-}
-
 }  // namespace

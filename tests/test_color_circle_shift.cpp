@@ -88,32 +88,4 @@ TEST(ColorCircleShift, EachPixelAloneAndAyuvThroughArgb) {
     }
 }
 
-// A 4:3 picture in a 16:9 frame, active 96 x 72 at column 16: with a source
-// the active rectangle is turned as a picture of its own, without one it is
-// white; the bars keep the frame's black and the padding its words.
-TEST(ColorCircleShift, OnlyTheActiveRectangle) {
-    for (uint32_t format : {kFourccArgb, kFourccAyuv}) {
-        const Picture frame = testPicture(128, 72, format, 2, 128 * 4 + 8);
-        Picture active(96, 72), white(96, 72, 0, opaqueWhite(format));
-        for (int y = 0; y < 72; ++y) std::copy_n(frame.row(y) + 16, 96, active.row(y));
-        reelfx::RenderOptions o{.progress = 0.4, .format = format};
-        const Picture alone = renderEffect(kEffect, active, kParams, o).target;
-        o.displayAspect = 16.0 / 9.0;
-        o.aspectFitting = true;
-        o.aspectPreset = 2;
-        for (const Picture* src : {&frame, static_cast<const Picture*>(nullptr)}) {
-            reelfx::Instance inst(reelfx::test::module(), reelfx::test::effectIndex(kEffect), 128,
-                                  72);
-            for (const auto& [name, value] : kParams) inst.setParameter(name, value);
-            Picture got(128, 72, frame.stride, kFill), want = got;
-            ASSERT_EQ(inst.render(src, got, o), 0);
-            for (int y = 0; y < 72; ++y) {
-                std::fill_n(want.row(y), 128, format == kFourccAyuv ? 0xFF0F8080u : 0xFF000000u);
-                std::copy_n((src ? alone : white).row(y), 96, want.row(y) + 16);
-            }
-            EXPECT_EQ(got.words, want.words) << (src ? "" : "no source");
-        }
-    }
-}
-
 }  // namespace

@@ -82,32 +82,4 @@ TEST(Crop, KeptRectangleLandsInPlaceCentredFittedOrStretched) {
     }
 }
 
-// A 4:3 picture in a 16:9 frame, active 96 x 72 at column 16: with a source
-// the active rectangle is cropped as a picture of its own, without one it is
-// white; the bars keep the frame's black and the padding its words.
-TEST(Crop, OnlyTheActiveRectangle) {
-    for (uint32_t format : kFormats) {
-        const Picture frame = reelfx::test::testPicture(128, 72, format, 0, 128 * 4 + 8);
-        Picture active(96, 72), alone(96, 72), white(96, 72, 0, opaqueWhite(format));
-        for (int y = 0; y < 72; ++y) std::copy_n(frame.row(y) + 16, 96, active.row(y));
-        const uint32_t bar = format == kFourccAyuv ? 0xFF0F8080u : 0xFF000000u;
-        for (int e = 0; e < 3; ++e) {
-            reelfx::RenderOptions o{.format = format};
-            crop(e, &active, alone, o, 3, 5, 7, 9, 1);
-            o.displayAspect = 16.0 / 9.0;
-            o.aspectFitting = true;
-            o.aspectPreset = 2;
-            for (const Picture* src : {&frame, static_cast<const Picture*>(nullptr)}) {
-                Picture got(128, 72, frame.stride, kFill), want = got;
-                ASSERT_EQ(crop(e, src, got, o, 3, 5, 7, 9, 1), 0);
-                for (int y = 0; y < 72; ++y) {
-                    std::fill_n(want.row(y), 128, bar);
-                    std::copy_n((src ? alone : white).row(y), 96, want.row(y) + 16);
-                }
-                EXPECT_EQ(got.words, want.words) << kCrops[e] << (src ? "" : ", no source");
-            }
-        }
-    }
-}
-
 }  // namespace

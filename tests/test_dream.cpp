@@ -137,29 +137,4 @@ TEST(Dream, WithoutAGlarePictureOnlyTheBaseBlur) {
     EXPECT_EQ(state->cachedHeight, 20);
 }
 
-// A 16:9 picture letterboxed in a 4:3 frame (active rows 11-77), with and
-// without a source: the rectangle holds what the effect makes of it alone
-// or, without a source, white; the bars and the padding are kept.
-TEST(Dream, ActiveRectangleAndMissingSource) {
-    for (uint32_t format : {kFourccArgb, kFourccAyuv}) {
-        const Picture frame = testPicture(120, 90, format, 2, 120 * 4 + 8);
-        Picture out(120, 90, frame.stride, kFill), white = out;
-        reelfx::Instance inst(module(), effectIndex("Dream"), 120, 90);
-        const reelfx::RenderOptions o{
-            .format = format, .displayAspect = 4.0 / 3.0, .aspectFitting = true, .aspectPreset = 3};
-        Picture active(120, 67, frame.stride);
-        std::copy(frame.row(11), frame.row(78), active.row(0));
-        const Picture want = model(active, 102, 104, format);
-        ASSERT_EQ(inst.render(&frame, out, o) + inst.render(nullptr, white, o), 0);
-        const uint32_t bar = format == kFourccAyuv ? 0xFF0F8080u : 0xFF000000u;
-        for (int i = 0; i < 120 * 90; ++i) {
-            const bool in = i >= 11 * 120 && i < 78 * 120;
-            const uint32_t o = out.at(i % 120, i / 120), w = white.at(i % 120, i / 120);
-            const bool alone = in && o == want.at(i % 120, i / 120 - 11);
-            ASSERT_TRUE(in ? alone && w == opaqueWhite(format) : o == bar && w == bar) << i;
-        }
-        EXPECT_TRUE(paddingUntouched(out, kFill) && paddingUntouched(white, kFill));
-    }
-}
-
 }  // namespace

@@ -66,34 +66,4 @@ TEST(Fades, OverlayAlphaFromDirectionAndProgress) {
     }
 }
 
-// A 4:3 picture in a 16:9 frame, active 96 x 72 at column 16: with a source
-// the active rectangle fades as a picture of its own, without one it is
-// white; the bars keep the frame's black and the padding its words.
-TEST(Fades, OnlyTheActiveRectangle) {
-    for (uint32_t format : kFormats) {
-        const Picture frame = reelfx::test::testPicture(128, 72, format, 0, 128 * 4 + 8);
-        Picture active(96, 72), white(96, 72, 0, opaqueWhite(format));
-        const uint32_t bar = format == kFourccAyuv ? 0xFF0F8080u : 0xFF000000u;
-        for (int y = 0; y < 72; ++y) std::copy_n(frame.row(y) + 16, 96, active.row(y));
-        for (const char* effect :
-             {"Fade To Black", "Fade To Grey", "Fade To White", "Fade To Sepia", "Fade To Color"}) {
-            reelfx::RenderOptions o{.progress = 0.4, .format = format};
-            const Picture alone = reelfx::test::renderEffect(effect, active, {}, o).target;
-            o.displayAspect = 16.0 / 9.0;
-            o.aspectFitting = true;
-            o.aspectPreset = 2;
-            for (const Picture* src : {&frame, static_cast<const Picture*>(nullptr)}) {
-                Instance inst(module(), effectIndex(effect), 128, 72);
-                Picture got(128, 72, frame.stride, kFill), want = got;
-                ASSERT_EQ(inst.render(src, got, o), 0);
-                for (int y = 0; y < 72; ++y) {
-                    std::fill_n(want.row(y), 128, bar);
-                    std::copy_n((src ? alone : white).row(y), 96, want.row(y) + 16);
-                }
-                EXPECT_EQ(got.words, want.words) << effect << (src ? "" : ", no source");
-            }
-        }
-    }
-}
-
 }  // namespace

@@ -58,27 +58,4 @@ TEST(FlipXY, SwitchesAndSingleRowsOrColumns) {
     EXPECT_TRUE(flip(line, 1, 0).samePixels(line));
 }
 
-// A 16:9 picture letterboxed in a 4:3 frame (active rows 11-77), with and
-// without a source: the bars and the padding are kept, a missing source
-// paints the active rectangle white.
-TEST(FlipXY, ActiveRectangleAndMissingSource) {
-    for (uint32_t format : {kFourccArgb, kFourccAyuv}) {
-        const Picture frame = testPicture(120, 90, format, 2, 120 * 4 + 8);
-        Picture out(120, 90, frame.stride, kFill), white = out;
-        reelfx::Instance inst(module(), effectIndex("Flip XY"), 120, 90);
-        const reelfx::RenderOptions o{
-            .format = format, .displayAspect = 4.0 / 3.0, .aspectFitting = true, .aspectPreset = 3};
-        inst.setParameter("Flip X Axis", 1.0);  // a half turn within the rectangle
-        ASSERT_EQ(inst.render(&frame, out, o) + inst.render(nullptr, white, o), 0);
-        const uint32_t bar = format == kFourccAyuv ? 0xFF0F8080u : 0xFF000000u;
-        for (int i = 0; i < 120 * 90; ++i) {
-            const bool in = i >= 11 * 120 && i < 78 * 120;
-            const uint32_t o = out.at(i % 120, i / 120), w = white.at(i % 120, i / 120);
-            const bool turned = in && o == frame.at(119 - i % 120, 88 - i / 120);
-            ASSERT_TRUE(in ? turned && w == opaqueWhite(format) : o == bar && w == bar) << i;
-        }
-        EXPECT_TRUE(paddingUntouched(out, kFill) && paddingUntouched(white, kFill));
-    }
-}
-
 }  // namespace

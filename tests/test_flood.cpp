@@ -150,30 +150,4 @@ TEST(Flood, MatchesTheLiteralWalk) {
     }
 }
 
-// A 4:3 picture in a 16:9 frame: the flood works on the 96 x 72 active
-// rectangle as a picture of its own (its edges are the bars' inner
-// neighbours), or fills it white without a source; the bars stay black and
-// the padding the host's.
-TEST(Flood, WorksInsideTheActiveRectangle) {
-    for (uint32_t format : {kFourccArgb, kFourccAyuv}) {
-        const Picture frame = testPicture(128, 72, format, 0, 128 * 4 + 8);
-        Picture active(96, 72), white(96, 72, 0, format == kFourccAyuv ? 0xFFEA8080u : 0xFFFFFFFFu);
-        for (int y = 0; y < 72; ++y) std::copy_n(frame.row(y) + 16, 96, active.row(y));
-        Picture done = modelFlood(active, 3);
-        for (Picture* inside : {&done, &white}) {
-            Picture want(128, 72, 128 * 4 + 8, kFill), r(128, 72, 128 * 4 + 8, kFill);
-            for (int y = 0; y < 72; ++y) {
-                std::fill_n(want.row(y), 128, format == kFourccAyuv ? 0xFF0F8080u : 0xFF000000u);
-                std::copy_n(inside->row(y), 96, want.row(y) + 16);
-            }
-            reelfx::Instance inst(module(), effectIndex("Flood"), 128, 72);
-            inst.setParameter("Intensity", 3.0);
-            reelfx::RenderOptions o{.format = format, .displayAspect = 16.0 / 9.0};
-            o.aspectFitting = true, o.pictureAspect = 4.0 / 3.0;
-            ASSERT_EQ(inst.render(inside == &done ? &frame : nullptr, r, o), 0);
-            EXPECT_EQ(r.words, want.words) << formatName(format);
-        }
-    }
-}
-
 }  // namespace

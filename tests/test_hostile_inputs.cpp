@@ -3,11 +3,14 @@
 // Under the asan preset the same runs also catch reads outside the source.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cmath>
+#include <cstdlib>
 #include <limits>
 #include <vector>
 
+#include "pixel/color.h"
 #include "support.h"
 
 namespace {
@@ -125,6 +128,45 @@ TEST_P(HostileInputs, FrameSizeChangesBetweenCalls) {
                              Geometry{100, 7}}) {
         renderChecked(inst, g.w, g.h, true, kFourccArgb, 0.3, "resized frame");
         if (::testing::Test::HasFatalFailure()) return;
+    }
+}
+
+// A 4:3 picture in a 16:9 frame of 128 x 72 (padded rows): the active
+// rectangle, 96 x 72 at column 16, comes out exactly as the same picture
+// rendered on its own; without a source it is opaque white; the bars are
+// black and the padding keeps the host's words.
+TEST_P(HostileInputs, WorksOnlyInsideTheActiveRectangle) {
+    const int32_t effect = GetParam();
+    constexpr uint32_t kFill = 0x5A5A5A5A;
+    for (uint32_t format : {kFourccArgb, kFourccAyuv}) {
+        const reelfx::Picture frame = reelfx::test::testPicture(128, 72, format, 0, 128 * 4 + 8);
+        reelfx::Picture active(96, 72), alone(96, 72, 0, kFill);
+        for (int32_t y = 0; y < 72; ++y) std::copy_n(frame.row(y) + 16, 96, active.row(y));
+        // "Aged Film" carries its tables from call to call; progress 0 starts
+        // them afresh on every call.
+        RenderOptions o{.progress = effect == 0 ? 0.0 : 0.4, .format = format};
+        // Incognito's noise comes from the C library's generator: the same
+        // sequence for both renders.
+        std::srand(7);
+        Instance(module(), effect, 96, 72).render(&active, alone, o);
+        o.displayAspect = 16.0 / 9.0;
+        o.aspectFitting = true;
+        o.aspectPreset = 2;
+        for (bool withSource : {true, false}) {
+            reelfx::Picture got(128, 72, frame.stride, kFill), want = got;
+            for (int32_t y = 0; y < 72; ++y) {
+                std::fill_n(want.row(y), 128, format == kFourccAyuv ? 0xFF0F8080u : 0xFF000000u);
+                if (withSource) {
+                    std::copy_n(alone.row(y), 96, want.row(y) + 16);
+                } else {
+                    std::fill_n(want.row(y) + 16, 96, opaqueWhite(format));
+                }
+            }
+            std::srand(7);
+            ASSERT_EQ(Instance(module(), effect, 128, 72).render(withSource ? &frame : nullptr, got, o), 0);
+            EXPECT_EQ(got.words, want.words) << reelfx::test::formatName(format)
+                                             << (withSource ? "" : ", no source");
+        }
     }
 }
 

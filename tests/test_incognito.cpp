@@ -153,35 +153,4 @@ TEST(Incognito, DefaultGridEllipseAndNoise) {
     }
 }
 
-// A 4:3 picture in a 16:9 frame: the active 96 x 72 rectangle renders like
-// a picture of its own, the bars and the padding keep their words, and with
-// no source the active rectangle turns white, in both formats.
-TEST(Incognito, ActiveRectangleAndMissingSource) {
-    const std::vector<std::pair<std::string, double>> params = {{"Intensity", 0.7}, {"Shape", 0.0}};
-    for (uint32_t format : {kFourccArgb, kFourccAyuv}) {
-        const uint32_t black = format == kFourccAyuv ? kBorderAyuv : kBorderArgb;
-        const uint32_t white = format == kFourccAyuv ? 0xFFEA8080u : ~0u;
-        const reelfx::RenderOptions fit = {.format = format,
-                                           .displayAspect = 16.0 / 9.0,
-                                           .aspectFitting = true,
-                                           .pictureAspect = 4.0 / 3.0};
-        const Picture frame = testPicture(128, 72, format, 0, 128 * 4 + 8);
-        Picture active(96, 72), none(128, 72, 128 * 4 + 8, black);
-        for (int y = 0; y < 72; ++y) std::copy_n(frame.row(y + 0) + 16, 96, active.row(y));
-        const auto r = renderEffect("Incognito", frame, params, fit, black);
-        const auto alone = renderEffect("Incognito", active, params, {.format = format}, black);
-        EXPECT_EQ(reelfx::Instance(module(), effectIndex("Incognito"), 128, 72)
-                      .render(nullptr, none, fit),
-                  0);
-        for (int y = 0; y < 72; ++y) {
-            const uint32_t *got = r.target.row(y + 0) + 16, *blank = none.row(y + 0) + 16;
-            ASSERT_TRUE(std::equal(got, got + 96, alone.target.row(y))) << y;
-            ASSERT_TRUE(std::all_of(blank, blank + 96, [&](uint32_t v) { return v == white; }))
-                << y;
-        }
-        EXPECT_TRUE(untouchedOutside(r.target, 16, 0, 96, 72, black));
-        EXPECT_TRUE(untouchedOutside(none, 16, 0, 96, 72, black));
-    }
-}
-
 }  // namespace

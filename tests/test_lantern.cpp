@@ -185,29 +185,4 @@ TEST(Lantern, GuardsOnOutOfRangeValues) {
     EXPECT_NE(at({{"Spot Radius", -5.0}}, 0.4), at({{"Spot Radius", 0.0}}, 0.4));
 }
 
-// A 4:3 picture in a 16:9 frame: the renderer lights the 96 x 72 active
-// rectangle as a picture of its own, or fills it white without a source; the
-// bars stay black and the padding the host's.
-TEST(Lantern, WorksInsideTheActiveRectangle) {
-    for (uint32_t format : {kFourccArgb, kFourccAyuv}) {
-        const Picture frame = testPicture(128, 72, format, 0, 128 * 4 + 8);
-        Picture active(96, 72), white(96, 72, 0, format == kFourccAyuv ? 0xFFEA8080u : 0xFFFFFFFFu);
-        for (int y = 0; y < 72; ++y) std::copy_n(frame.row(y) + 16, 96, active.row(y));
-        Picture lit = lantern(active, {}, 0.42, format);
-        for (const Picture* inside : {&lit, &white}) {
-            Picture want(128, 72, 128 * 4 + 8, kFill), r(128, 72, 128 * 4 + 8, kFill);
-            for (int y = 0; y < 72; ++y) {
-                std::fill_n(want.row(y), 128, format == kFourccAyuv ? 0xFF0F8080u : 0xFF000000u);
-                std::copy_n(inside->row(y), 96, want.row(y) + 16);
-            }
-            reelfx::Instance inst(module(), effectIndex("Lantern"), 128, 72);
-            reelfx::RenderOptions o{
-                .progress = 0.42, .format = format, .displayAspect = 16.0 / 9.0};
-            o.aspectFitting = true, o.pictureAspect = 4.0 / 3.0;
-            ASSERT_EQ(inst.render(inside == &lit ? &frame : nullptr, r, o), 0);
-            EXPECT_EQ(r.words, want.words) << formatName(format);
-        }
-    }
-}
-
 }  // namespace

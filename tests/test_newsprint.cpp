@@ -188,35 +188,6 @@ TEST(NewsPrint, PlainPaper) {
     }
 }
 
-// A 16:9 picture in a 4:3 frame: the active 320 x 180 rectangle renders like
-// a picture of its own, the bars and the padding keep their words, and with
-// no source the active rectangle turns white, in both formats.
-TEST(NewsPrint, ActiveRectangleAndMissingSource) {
-    const std::vector<std::pair<std::string, double>> params = {{"Contrast", 2.0}};
-    for (uint32_t format : {kFourccArgb, kFourccAyuv}) {
-        const uint32_t black = format == kFourccAyuv ? kBorderAyuv : kBorderArgb;
-        const uint32_t white = format == kFourccAyuv ? 0xFFEA8080u : ~0u;
-        const reelfx::RenderOptions fit = {
-            .format = format, .displayAspect = 4.0 / 3.0, .aspectFitting = true, .aspectPreset = 3};
-        const Picture frame = testPicture(320, 240, format, 0, 320 * 4 + 8);
-        Picture active(320, 180), none(320, 240, 320 * 4 + 8, black);
-        for (int y = 0; y < 180; ++y) std::copy_n(frame.row(y + 30) + 0, 320, active.row(y));
-        const auto r = renderEffect("NewsPrint", frame, params, fit, black);
-        const auto alone = renderEffect("NewsPrint", active, params, {.format = format}, black);
-        EXPECT_EQ(reelfx::Instance(module(), effectIndex("NewsPrint"), 320, 240)
-                      .render(nullptr, none, fit),
-                  0);
-        for (int y = 0; y < 180; ++y) {
-            const uint32_t *got = r.target.row(y + 30) + 0, *blank = none.row(y + 30) + 0;
-            ASSERT_TRUE(std::equal(got, got + 320, alone.target.row(y))) << y;
-            ASSERT_TRUE(std::all_of(blank, blank + 320, [&](uint32_t v) { return v == white; }))
-                << y;
-        }
-        EXPECT_TRUE(untouchedOutside(r.target, 0, 30, 320, 180, black));
-        EXPECT_TRUE(untouchedOutside(none, 0, 30, 320, 180, black));
-    }
-}
-
 // One cell 20000 wide: a circle of radius 40000 clipped to two rows.
 TEST(NewsPrint, HugeMarksAreClipped) {
     const Picture wide = render(Picture(20000, 2, 20000 * 4 + 8, kInk),

@@ -103,26 +103,4 @@ TEST(RandomRotateSquares, EveryFrameIsTheSame) {
     }
 }
 
-// A 16:9 picture letterboxed in a 4:3 frame (active rows 11-77), with and
-// without a source: the bars and the padding are kept, a missing source
-// paints the active rectangle white.
-TEST(RandomRotateSquares, ActiveRectangleAndMissingSource) {
-    for (uint32_t format : {kFourccArgb, kFourccAyuv}) {
-        const Picture frame = testPicture(120, 90, format, 2, 120 * 4 + 8);
-        Picture out(120, 90, frame.stride, kFill), white = out;
-        reelfx::Instance inst(module(), effectIndex("Random-Rotate Squares"), 120, 90);
-        const reelfx::RenderOptions o{
-            .format = format, .displayAspect = 4.0 / 3.0, .aspectFitting = true, .aspectPreset = 3};
-        inst.setParameter("Scale", 0.7);  // squares of 28, turned ones reaching past the edges
-        ASSERT_EQ(inst.render(&frame, out, o) + inst.render(nullptr, white, o), 0);
-        const uint32_t bar = format == kFourccAyuv ? 0xFF0F8080u : 0xFF000000u;
-        for (int i = 0; i < 120 * 90; ++i) {
-            const bool in = i >= 11 * 120 && i < 78 * 120;
-            const uint32_t o = out.at(i % 120, i / 120), w = white.at(i % 120, i / 120);
-            ASSERT_TRUE(in ? w == opaqueWhite(format) : o == bar && w == bar) << i;
-        }
-        EXPECT_TRUE(paddingUntouched(out, kFill) && paddingUntouched(white, kFill));
-    }
-}
-
 }  // namespace

@@ -94,32 +94,4 @@ TEST(ToneMaps, ProfilesAndClamps) {
     }
 }
 
-// A 4:3 picture in a 16:9 frame, active 96 x 72 at column 16: with a source
-// the active rectangle is recoloured as a picture of its own, without one it
-// is white; the bars keep the frame's black and the padding its words.
-TEST(ToneMaps, OnlyTheActiveRectangle) {
-    for (uint32_t format : kFormats) {
-        const Picture frame = reelfx::test::testPicture(128, 72, format, 0, 128 * 4 + 8);
-        Picture active(96, 72, 96 * 4 + 8), white(96, 72, 0, opaqueWhite(format));
-        for (int y = 0; y < 72; ++y) std::copy_n(frame.row(y) + 16, 96, active.row(y));
-        const uint32_t bar = format == kFourccAyuv ? 0xFF0F8080u : 0xFF000000u;
-        for (int t = 0; t < 3; ++t) {
-            reelfx::RenderOptions o{.progress = 0.5, .format = format};
-            const Picture alone = tone(t, &active, o, 1.5, 1, 96, 72);
-            o.displayAspect = 16.0 / 9.0;
-            o.aspectFitting = true;
-            o.aspectPreset = 2;
-            for (const Picture* src : {&frame, static_cast<const Picture*>(nullptr)}) {
-                const Picture got = tone(t, src, o, 1.5, 1, 128, 72);
-                Picture want(128, 72, 128 * 4 + 8, kFill);
-                for (int y = 0; y < 72; ++y) {
-                    std::fill_n(want.row(y), 128, bar);
-                    std::copy_n((src ? alone : white).row(y), 96, want.row(y) + 16);
-                }
-                EXPECT_EQ(got.words, want.words) << kToneMaps[t] << (src ? "" : ", no source");
-            }
-        }
-    }
-}
-
 }  // namespace
