@@ -8,16 +8,7 @@
 #include "effects/effects.h"
 #include "pixel/block.h"
 #include "pixel/color.h"
-
-namespace {
-
-// Below lo gives lo, above hi gives hi; NaN, which is neither, is taken as lo.
-inline double clampParam(double v, double lo, double hi) {
-    if (!(v >= lo)) return lo;
-    return v > hi ? hi : v;
-}
-
-}  // namespace
+#include "plugin/parameters.h"
 
 void renderBinoculars(uint32_t* dst, const uint32_t* src, int32_t stride, int32_t width,
                       int32_t height, double radius, double distance, int32_t background,

@@ -12,6 +12,7 @@
 #include "pixel/color.h"
 #include "pixel/fxmath.h"
 #include "pixel/numeric.h"
+#include "plugin/parameters.h"
 
 namespace {
 
@@ -22,12 +23,6 @@ constexpr double kThird = 0.3333333333333333;
 constexpr double kPi = 3.141592653589793;
 constexpr double kHalfPi = 1.5707963267948966;
 constexpr double kTwoPi = 6.283185307179586;
-
-// Below lo gives lo, above hi gives hi; NaN, which is neither, is taken as lo.
-inline double clampParam(double v, double lo, double hi) {
-    if (!(v >= lo)) return lo;
-    return v > hi ? hi : v;
-}
 
 inline int32_t clampByte(int32_t v) {
     return v < 0 ? 0 : (v > 255 ? 255 : v);

@@ -9,14 +9,9 @@
 #include "pixel/block.h"
 #include "pixel/color.h"
 #include "pixel/numeric.h"
+#include "plugin/parameters.h"
 
 namespace {
-
-// Below lo gives lo, above hi gives hi; NaN, which is neither, is taken as lo.
-inline double clampParam(double v, double lo, double hi) {
-    if (!(v >= lo)) return lo;
-    return v > hi ? hi : v;
-}
 
 // mixPixel's channel arithmetic, inlined for the per-pixel loop: each byte
 // of a moved toward b by t (0 < t < 1), truncated.

@@ -12,16 +12,11 @@
 #include "pixel/color.h"
 #include "pixel/fxmath.h"
 #include "pixel/numeric.h"
+#include "plugin/parameters.h"
 
 namespace {
 
 constexpr uint32_t kSeed = 2002;
-
-// Below lo gives lo, above hi gives hi; NaN, which is neither, is taken as lo.
-inline double clampParam(double v, double lo, double hi) {
-    if (!(v >= lo)) return lo;
-    return v > hi ? hi : v;
-}
 
 // One square with top-left corner (x0, y0) and side n, turned by `mode`
 // (0 none, 2 a quarter clockwise, 4 a half, 6 a quarter counter-clockwise).
