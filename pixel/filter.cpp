@@ -113,6 +113,79 @@ void slide(const uint32_t* L, int32_t count, ptrdiff_t step, const FilterTables&
     }
 }
 
+// Lines filtered side by side by slideLanes.
+constexpr int32_t kLanes = 8;
+// Entries of the last 16 working-line places: a step needs at most 2P - 1
+// of them (P <= 8), and priming needs the first 2P.
+constexpr int32_t kRing = 16;
+
+// Filters `lanes` lines at once: element m of lane l is read at
+// src[l * laneStep + m * step] and written at the same place of dst. Every
+// lane takes exactly the steps of slide() on its own working line, but the
+// table entries of a working-line place are looked up once and feed both
+// accumulators of their table, and the accumulator steps run across the
+// lanes, a loop the compiler vectorises. With laneStep 1 the lanes are
+// adjacent columns, so a column band is read and written row by row.
+template <int G>
+void slideLanes(const uint32_t* src, ptrdiff_t laneStep, ptrdiff_t step, int32_t count,
+                int32_t lanes, const FilterTables& tables, uint32_t* dst) {
+    constexpr int P = 3 * G - 1;
+    // Per table, the values of byte k of lane l sit at k * kLanes + l.
+    constexpr int32_t N = 4 * kLanes;
+    uint32_t E[kRing][G][N] = {};  // lanes past `lanes` stay zero
+    uint32_t left[G][N];
+    uint32_t right[G][N];
+
+    // Entries of working-line place m; the edge pixels repeat beyond the
+    // line's ends.
+    auto lookUp = [&](int32_t m) {
+        const uint32_t* p = src + std::clamp(m - P, 0, count - 1) * step;
+        auto& e = E[m % kRing];
+        for (int32_t l = 0; l < lanes; ++l) {
+            const uint32_t pixel = p[l * laneStep];
+            for (int j = 0; j < G; ++j) {
+                for (int k = 0; k < 4; ++k) e[j][k * kLanes + l] = tables.T[j][byteOf(pixel, k)];
+            }
+        }
+    };
+
+    // Prime both accumulators for the first centre c0 = P.
+    for (int32_t m = 0; m < 2 * P; ++m) lookUp(m);
+    for (int j = 0; j < G; ++j) {
+        for (int32_t n = 0; n < N; ++n) {
+            left[j][n] = stepLeft(stepLeft(0, E[P - 3 * j - 2][j][n]), E[P - 3 * j - 1][j][n]);
+            right[j][n] = stepRight(stepRight(0, E[P + 3 * j][j][n]), E[P + 3 * j + 1][j][n]);
+        }
+    }
+
+    const uint32_t bias = static_cast<uint32_t>(tables.bias);
+    for (int32_t i = 0; i < count; ++i) {
+        const int32_t c = P + i;
+        lookUp(c + P);  // the place entering the last right accumulator
+        for (int j = 0; j < G; ++j) {
+            const uint32_t* enterLeft = E[(c - 3 * j) % kRing][j];
+            const uint32_t* enterRight = E[(c + 3 * j + 2) % kRing][j];
+            for (int32_t n = 0; n < N; ++n) {
+                left[j][n] = stepLeft(left[j][n], enterLeft[n]);
+                right[j][n] = stepRight(right[j][n], enterRight[n]);
+            }
+        }
+        uint32_t bytes[N];
+        for (int32_t n = 0; n < N; ++n) {
+            uint32_t sum = 0;
+            for (int j = 0; j < G; ++j)
+                sum += (left[j][n] & 0x3FFu) + ((right[j][n] >> 20) & 0x3FFu);
+            const int32_t r = static_cast<int32_t>(sum - bias) >> 2;
+            bytes[n] = static_cast<uint32_t>(std::min(std::max(r, 0), 255));
+        }
+        uint32_t* d = dst + i * step;
+        for (int32_t l = 0; l < lanes; ++l) {
+            d[l * laneStep] = bytes[l] | (bytes[kLanes + l] << 8) | (bytes[2 * kLanes + l] << 16) |
+                              (bytes[3 * kLanes + l] << 24);
+        }
+    }
+}
+
 }  // namespace
 
 const float* FilterKernel(int32_t code, int* n) {
@@ -216,28 +289,39 @@ bool FilterPicture(const FilterImage* source, const float* weights, int n,
     }
     const ptrdiff_t pitch = stride / 4;
 
-    // The intermediate picture, and behind it, when the longer side does not
-    // fit the local working line, one working line shared by every line of
-    // this call. A single allocation; if it fails the destination is left
-    // untouched, as for an unknown code.
-    const int64_t interWords = int64_t{height} * pitch;
-    const int64_t lineWords = int64_t{std::max(width, height)} + kFilterLineMargin;
-    const int64_t extraWords = lineWords > kFilterLocalLine ? lineWords : 0;
-    const uint64_t bytes = static_cast<uint64_t>(interWords + extraWords) * 4;
+    // The intermediate picture is the only allocation; if it fails the
+    // destination is left untouched, as for an unknown code. Lines of any
+    // length are filtered: the lanes keep no working line.
+    const uint64_t bytes = static_cast<uint64_t>(int64_t{height} * pitch) * 4;
     if (bytes > SIZE_MAX) return false;
     auto* inter = static_cast<uint32_t*>(std::malloc(static_cast<size_t>(bytes)));
     if (!inter) return false;
-    uint32_t* workLine = extraWords ? inter + interWords : nullptr;
 
     FilterTables tables;
     BuildFilterTables(weights, n, &tables);
     const bool filters = tables.groups >= 1 && tables.groups <= 3;
     if (filters) {
-        for (int32_t y = 0; y < height; ++y) {
-            FilterLine(src + y * pitch, width, 1, &tables, inter + y * pitch, workLine);
+        // Rows in bands of kLanes rows, then columns in bands of kLanes
+        // adjacent columns.
+        auto pass = [&](const uint32_t* from, ptrdiff_t laneStep, ptrdiff_t step, int32_t count,
+                        int32_t lanes, uint32_t* to) {
+            switch (tables.groups) {
+                case 1:
+                    slideLanes<1>(from, laneStep, step, count, lanes, tables, to);
+                    break;
+                case 2:
+                    slideLanes<2>(from, laneStep, step, count, lanes, tables, to);
+                    break;
+                default:
+                    slideLanes<3>(from, laneStep, step, count, lanes, tables, to);
+                    break;
+            }
+        };
+        for (int32_t y = 0; y < height; y += kLanes) {
+            pass(src + y * pitch, pitch, 1, width, std::min(kLanes, height - y), inter + y * pitch);
         }
-        for (int32_t x = 0; x < width; ++x) {
-            FilterLine(inter + x, height, pitch, &tables, dst + x, workLine);
+        for (int32_t x = 0; x < width; x += kLanes) {
+            pass(inter + x, 1, pitch, height, std::min(kLanes, width - x), dst + x);
         }
     }
     std::free(inter);
