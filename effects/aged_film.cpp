@@ -207,18 +207,14 @@ uint32_t warmGrey(int32_t v) {
 void renderAgedFilm(const FrameContext* ctx, const ParameterBlock* block, double progress,
                     uint32_t format) {
     uint32_t* dst = ctx->destination;
-    if (!dst) return;
     const uint32_t* src = ctx->source;
     const int32_t width = ctx->width;
     const int32_t height = ctx->height;
     const ptrdiff_t pitch = ctx->stride >> 2;
+    if (!haveBothPictures(dst, src, ctx->stride, width, height, format)) return;
     if (width <= 0 || height <= 0) return;
     const bool ayuv = format == kFourccAyuv;
 
-    if (!src) {
-        fillRect(dst, ctx->stride, width, height, opaqueWhite(format));
-        return;
-    }
     uint32_t s = static_cast<uint32_t>(truncToInt32(progress * 10000.0));
 
     // Counts scale with the width (720 is the reference); the products are

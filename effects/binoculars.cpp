@@ -13,13 +13,7 @@
 void renderBinoculars(uint32_t* dst, const uint32_t* src, int32_t stride, int32_t width,
                       int32_t height, double radius, double distance, int32_t background,
                       uint32_t format) {
-    if (!dst) return;
-    if (!src) {
-        // No source picture: the active rectangle becomes opaque white, as
-        // in every effect that finds none.
-        fillRect(dst, stride, width, height, opaqueWhite(format));
-        return;
-    }
+    if (!haveBothPictures(dst, src, stride, width, height, format)) return;
     if (width <= 0 || height <= 0) return;
 
     const double rf = clampParam(radius, 0.0, 1.0);

@@ -76,13 +76,7 @@ uint32_t shiftPixel(uint32_t p, double theta) {
 void renderColorCircleShift(uint32_t* dst, const uint32_t* src, int32_t stride, int32_t width,
                             int32_t height, double progress, double offset, double period,
                             uint32_t format) {
-    if (!dst) return;
-    if (!src) {
-        // No source picture: the active rectangle becomes opaque white, as
-        // in every effect that finds none.
-        fillRect(dst, stride, width, height, opaqueWhite(format));
-        return;
-    }
+    if (!haveBothPictures(dst, src, stride, width, height, format)) return;
     if (width <= 0 || height <= 0) return;
 
     offset = clampParam(offset, 0.0, 1.0);

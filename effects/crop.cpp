@@ -33,11 +33,7 @@ struct Kept {
 bool beginCrop(uint32_t* dst, const uint32_t* src, int32_t stride, int32_t width, int32_t height,
                int32_t top, int32_t right, int32_t bottom, int32_t left, uint32_t format,
                Kept& kept) {
-    if (!dst) return false;
-    if (!src) {
-        fillRect(dst, stride, width, height, opaqueWhite(format));
-        return false;
-    }
+    if (!haveBothPictures(dst, src, stride, width, height, format)) return false;
     uint32_t black[kBlockWidth * kBlockHeight];
     std::fill_n(black, kBlockWidth * kBlockHeight, 0xFF000000u);
     Resizer(0, kFourccArgb, black, kBlockStride, kBlockWidth, kBlockHeight, format, dst, stride,

@@ -26,11 +26,10 @@ int32_t boxCode(int32_t m) {
 // times the luminance excess of the glare pixel; the factor saturates at 8
 // levels.
 inline uint32_t blendArgb(uint32_t D, uint32_t G) {
-    const int32_t d = 28 * (static_cast<int32_t>(G & 0xFF) - static_cast<int32_t>(D & 0xFF)) +
-                      154 * (static_cast<int32_t>((G >> 8) & 0xFF) -
-                             static_cast<int32_t>((D >> 8) & 0xFF)) +
-                      74 * (static_cast<int32_t>((G >> 16) & 0xFF) -
-                            static_cast<int32_t>((D >> 16) & 0xFF));
+    const int32_t d =
+        28 * (static_cast<int32_t>(G & 0xFF) - static_cast<int32_t>(D & 0xFF)) +
+        154 * (static_cast<int32_t>((G >> 8) & 0xFF) - static_cast<int32_t>((D >> 8) & 0xFF)) +
+        74 * (static_cast<int32_t>((G >> 16) & 0xFF) - static_cast<int32_t>((D >> 16) & 0xFF));
     if (d < 0) return D;
     const uint32_t t = static_cast<uint32_t>(std::min(d, 2048));
     uint32_t out = 0;
@@ -43,7 +42,8 @@ inline uint32_t blendArgb(uint32_t D, uint32_t G) {
 
 // AYUV: only the Y bytes decide.
 inline uint32_t blendAyuv(uint32_t D, uint32_t G) {
-    const int32_t d = static_cast<int32_t>((G >> 16) & 0xFF) - static_cast<int32_t>((D >> 16) & 0xFF);
+    const int32_t d =
+        static_cast<int32_t>((G >> 16) & 0xFF) - static_cast<int32_t>((D >> 16) & 0xFF);
     if (d < 0) return D;
     const uint32_t t = static_cast<uint32_t>(std::min(d, 8));
     uint32_t out = 0;
@@ -70,11 +70,7 @@ void renderDream(uint32_t* dst, const uint32_t* src, uint8_t** workBuffer, int32
                  int32_t width, int32_t height, int32_t* cachedStride, int32_t* cachedWidth,
                  int32_t* cachedHeight, double blurIntensity, double glareIntensity,
                  uint32_t format) {
-    if (!dst) return;
-    if (!src) {
-        fillRect(dst, stride, width, height, opaqueWhite(format));
-        return;
-    }
+    if (!haveBothPictures(dst, src, stride, width, height, format)) return;
     if (width <= 0 || height <= 0) return;
 
     // Base blur. With no kernel the destination keeps what the host put there.

@@ -32,11 +32,7 @@ void renderFade(const FrameContext* ctx, const ParameterBlock* /*block*/, uint32
                 double amount, uint32_t format) {
     uint32_t* dst = ctx->destination;
     const uint32_t* src = ctx->source;
-    if (!dst) return;
-    if (!src) {
-        fillRect(dst, ctx->stride, ctx->width, ctx->height, opaqueWhite(format));
-        return;
-    }
+    if (!haveBothPictures(dst, src, ctx->stride, ctx->width, ctx->height, format)) return;
 
     const uint32_t overlay = overlayPixel(colour, amount);
     uint32_t block[kBlockPixels];

@@ -10,13 +10,7 @@
 
 void renderFlipXY(uint32_t* dst, const uint32_t* src, int32_t stride, int32_t width, int32_t height,
                   int32_t flipX, int32_t flipY, uint32_t format) {
-    if (!dst) return;
-    if (!src) {
-        // No source picture: the active rectangle becomes opaque white, as
-        // in every effect that finds none.
-        fillRect(dst, stride, width, height, opaqueWhite(format));
-        return;
-    }
+    if (!haveBothPictures(dst, src, stride, width, height, format)) return;
     if (width <= 0 || height <= 0) return;
 
     // Switches: negative counts as off, 2 or more as on.

@@ -44,11 +44,7 @@ void renderIncognito(const FrameContext* ctx, const ParameterBlock* block, uint3
     const int32_t width = ctx->width;
     const int32_t height = ctx->height;
     const int64_t pitch = ctx->stride >> 2;
-    if (!dst) return;
-    if (!src) {
-        fillRect(dst, ctx->stride, width, height, opaqueWhite(format));
-        return;
-    }
+    if (!haveBothPictures(dst, src, ctx->stride, width, height, format)) return;
     for (int32_t y = 0; y < height; ++y) std::copy_n(src + y * pitch, width, dst + y * pitch);
 
     const int64_t q = truncToInt32(paramValue(block, 0) * 100.0);

@@ -241,11 +241,7 @@ void renderLantern(const FrameContext* ctx, const ParameterBlock* block, double 
     const uint32_t* src = ctx->source;
     const int32_t width = ctx->width;
     const int32_t height = ctx->height;
-    if (!dst) return;
-    if (!src) {
-        fillRect(dst, ctx->stride, width, height, opaqueWhite(format));
-        return;
-    }
+    if (!haveBothPictures(dst, src, ctx->stride, width, height, format)) return;
 
     const double fadeShare = paramValue(block, 0) * kFadeScale;
     // q = 20 - trunc("Spot Radius") in wrapping 32-bit arithmetic. NaN and

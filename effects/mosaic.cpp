@@ -20,11 +20,7 @@ void renderMosaic(const FrameContext* ctx, const ParameterBlock* block, uint32_t
     const int32_t width = ctx->width;
     const int32_t height = ctx->height;
     const int64_t pitch = ctx->stride >> 2;
-    if (!dst) return;
-    if (!src) {
-        fillRect(dst, ctx->stride, width, height, opaqueWhite(format));
-        return;
-    }
+    if (!haveBothPictures(dst, src, ctx->stride, width, height, format)) return;
     if (width <= 0 || height <= 0) return;
 
     int32_t n = truncToInt32(paramValue(block, 0) * 10.0);

@@ -109,11 +109,7 @@ void BuildPrismMap(uint8_t* map, int32_t mapStride, int32_t width, int32_t heigh
 void ApplyPrismMap(uint32_t* dst, const uint32_t* src, int32_t stride, int32_t width,
                    int32_t height, const uint8_t* map, int32_t mapStride, uint32_t borderColour,
                    uint32_t format) {
-    if (!dst) return;
-    if (!src) {
-        fillRect(dst, stride, width, height, opaqueWhite(format));
-        return;
-    }
+    if (!haveBothPictures(dst, src, stride, width, height, format)) return;
     if (!map || width <= 0 || height <= 0 || int64_t{mapStride} < int64_t{width} * 4) return;
 
     // The background colour in the frame's format: every pixel of the block

@@ -31,13 +31,7 @@ inline uint32_t mixToward(uint32_t a, uint32_t b, double t) {
 void renderNightVision(uint32_t* dst, const uint32_t* src, int32_t stride, int32_t width,
                        int32_t height, double intensity, double redGreenMix, double brightnessGain,
                        double brightnessBase, uint32_t format) {
-    if (!dst) return;
-    if (!src) {
-        // No source picture: the active rectangle becomes opaque white, as
-        // in every effect that finds none.
-        fillRect(dst, stride, width, height, opaqueWhite(format));
-        return;
-    }
+    if (!haveBothPictures(dst, src, stride, width, height, format)) return;
     if (width <= 0 || height <= 0) return;
 
     const double intensityC = clampParam(intensity, 0.0, 1.0);

@@ -78,13 +78,7 @@ void turnSquare(uint32_t* dst, const uint32_t* src, int64_t pitch, int64_t width
 
 void renderRandomRotateSquares(uint32_t* dst, const uint32_t* src, int32_t stride, int32_t width,
                                int32_t height, double scale, uint32_t format) {
-    if (!dst) return;
-    if (!src) {
-        // No source picture: the active rectangle becomes opaque white, as
-        // in every effect that finds none.
-        fillRect(dst, stride, width, height, opaqueWhite(format));
-        return;
-    }
+    if (!haveBothPictures(dst, src, stride, width, height, format)) return;
     // An empty picture has no square inside it (and a side of 0 would never
     // advance the grid).
     if (width <= 0 || height <= 0) return;

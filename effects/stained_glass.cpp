@@ -43,11 +43,7 @@ void renderStainedGlass(const FrameContext* ctx, const ParameterBlock* block, ui
     const int32_t height = ctx->height;
     const int32_t stride = ctx->stride;
     const int64_t pitch = stride >> 2;
-    if (!dst) return;
-    if (!src) {
-        fillRect(dst, ctx->stride, width, height, opaqueWhite(format));
-        return;
-    }
+    if (!haveBothPictures(dst, src, ctx->stride, width, height, format)) return;
     if (width <= 0 || height <= 0) return;
 
     // Fewer than one cell per side (0, negative, NaN) means one cell: every

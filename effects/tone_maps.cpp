@@ -83,11 +83,7 @@ inline uint32_t mixToShade(uint32_t s, uint32_t shade, double e, const Bounds& b
 void renderToneMap(uint32_t* dst, const uint32_t* src, int32_t stride, int32_t width,
                    int32_t height, double progress, double intensity, int32_t profile,
                    uint32_t colour, uint32_t format) {
-    if (!dst) return;
-    if (!src) {
-        fillRect(dst, stride, width, height, opaqueWhite(format));
-        return;
-    }
+    if (!haveBothPictures(dst, src, stride, width, height, format)) return;
 
     // A NaN "Intensity" counts as 0 (no effect) and a NaN `progress` as the
     // start of the span, so the strength is always a finite number.

@@ -4,12 +4,26 @@
 
 #include <cstdint>
 
+#include "pixel/block.h"
 #include "plugin/host_records.h"
 
 // Opaque white in the frame's format: what a renderer paints over its active
 // rectangle when the host hands it no source picture.
 inline uint32_t opaqueWhite(uint32_t format) {
     return format == kFourccAyuv ? 0xFFEA8080u : 0xFFFFFFFFu;
+}
+
+// How every renderer starts: with no destination there is nothing to do,
+// and with no source picture the active rectangle becomes opaque white.
+// True when both pictures are there and the renderer goes on.
+inline bool haveBothPictures(uint32_t* dst, const uint32_t* src, int32_t stride, int32_t width,
+                             int32_t height, uint32_t format) {
+    if (!dst) return false;
+    if (!src) {
+        fillRect(dst, stride, width, height, opaqueWhite(format));
+        return false;
+    }
+    return true;
 }
 
 // AYUV -> ARGB when `format` is AYUV; any other code returns p unchanged.
