@@ -3,11 +3,14 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <utility>
+#include <vector>
 
 extern "C" {
 #include <frei0r.h>
@@ -58,7 +61,7 @@ TEST(Frei0r, DescribesTheEffectAndItsParameters) {
     ASSERT_EQ(p.init(), 1);
     f0r_plugin_info_t info{};
     p.pluginInfo(&info);
-    EXPECT_STREQ(info.name, "Lantern");
+    EXPECT_STREQ(info.name, "reelfx Lantern");
     EXPECT_EQ(info.plugin_type, F0R_PLUGIN_TYPE_FILTER);
     EXPECT_EQ(info.color_model, F0R_COLOR_MODEL_BGRA8888);
     EXPECT_EQ(info.num_params, 4);  // three of its own and "Progress"
@@ -71,68 +74,140 @@ TEST(Frei0r, DescribesTheEffectAndItsParameters) {
     p.deinit();
 }
 
-// Values set through frei0r land in the instance as the documented mapping,
-// and a frame updated through frei0r equals the module's own render.
-TEST(Frei0r, RendersLikeTheModuleWithMappedParameters) {
-    Frei0rPlugin p("fade_to_color");
-    ASSERT_NE(p.handle, nullptr) << dlerror();
-    ASSERT_EQ(p.init(), 1);
-    const int32_t W = 48, H = 32;
-    f0r_instance_t inst = p.construct(W, H);
-    ASSERT_NE(inst, nullptr);
+// A frei0r value set through the plug-in renders like the declared value the
+// mapping names, on an instance of the plug-in's own frame size: 0..1 onto
+// the bounds declared for that size (crop margins up to the whole frame),
+// whole numbers truncated, choices by text in any case or by index.
+struct Frei0rValue {
+    int index;
+    double number;  // used when text and colour are null
+    const char* text;
+    const f0r_param_color* colour = nullptr;
+};
+const f0r_param_color kColour{0.2f, 0.4f, 0.6f};
+struct MappingCase {
+    const char* slug;
+    const char* effect;
+    int32_t width, height;
+    std::vector<Frei0rValue> frei0r;
+    std::vector<std::pair<std::string, double>> declared;
+};
 
-    const char* direction = "Color To Video";
-    p.setParam(inst, &direction, 0);
-    f0r_param_color colour{0.2f, 0.4f, 0.6f};
-    p.setParam(inst, &colour, 1);
-    double progress = 0.3;
-    p.setParam(inst, &progress, 2);
+TEST(Frei0r, ValuesMapOntoTheInstancesDeclaredBounds) {
+    const std::vector<MappingCase> cases = {
+        {"crop", "Crop", 40, 100, {{0, 1.0, nullptr}, {3, 0.26, nullptr}},
+         {{"Top (Pixel)", 100}, {"Left (Pixel)", 10}}},
+        {"crop", "Crop", 40, 100, {{0, 0.5, nullptr}, {2, 0.0, nullptr}, {4, 0, "crop & re-center"}},
+         {{"Top (Pixel)", 50}, {"Mode", 1}}},
+        {"multi_prism_lens", "Multi-Prism Lens", 48, 32, {{0, 0.99, nullptr}, {1, 7.0, nullptr}},
+         {{"Prism Count", 19}, {"Center Radius", 1.0}}},
+        {"lantern", "Lantern", 48, 32, {{1, 0.5, nullptr}, {0, -3.0, nullptr}},
+         {{"Spot Radius", 10.5}, {"Fading", 0}}},
+        {"incognito", "Incognito", 48, 32, {{2, 0.0, nullptr}, {6, 0, "Round"}},
+         {{"X Position", -1}, {"Shape", 0}}},
+        {"flip_xy", "Flip XY", 48, 32, {{0, 0, "1"}, {1, 0, "No"}},
+         {{"Flip X Axis", 1}, {"Flip Y Axis", 0}}},
+        // colours keep the declared alpha byte
+        {"fade_to_color", "Fade To Color", 48, 32, {{0, 0, "Color To Video"}, {1, 0, nullptr, &kColour}},
+         {{"Direction", 0}, {"Color", static_cast<double>(0xFF336699u)}}},
+    };
+    for (const MappingCase& c : cases) {
+        SCOPED_TRACE(c.slug);
+        Frei0rPlugin p(c.slug);
+        ASSERT_NE(p.handle, nullptr) << dlerror();
+        ASSERT_EQ(p.init(), 1);
+        f0r_instance_t inst = p.construct(c.width, c.height);
+        ASSERT_NE(inst, nullptr);
+        for (const Frei0rValue& v : c.frei0r) {
+            double number = v.number;
+            const char* text = v.text;
+            f0r_param_color colour = v.colour ? *v.colour : f0r_param_color{};
+            p.setParam(inst,
+                       v.colour ? static_cast<f0r_param_t>(&colour)
+                       : v.text ? static_cast<f0r_param_t>(&text)
+                                : static_cast<f0r_param_t>(&number),
+                       v.index);
+        }
+        const reelfx::Picture src = reelfx::makeTestPicture(c.width, c.height);
+        reelfx::Picture viaFrei0r(c.width, c.height);
+        p.update(inst, 0.0, src.words.data(), viaFrei0r.data());
+        p.destruct(inst);
 
-    f0r_param_string got = nullptr;
-    p.getParam(inst, &got, 0);
-    EXPECT_STREQ(got, "Color To Video");
-
-    const reelfx::Picture src = reelfx::makeTestPicture(W, H);
-    reelfx::Picture viaFrei0r(W, H, 0, 0);
-    p.update(inst, 0.0, src.words.data(), viaFrei0r.data());
-
-    reelfx::Instance direct(reelfx::test::module(), reelfx::test::effectIndex("Fade To Color"), W, H);
-    direct.setParameter("Direction", 0.0);
-    direct.setParameter("Color", static_cast<double>(0xFF336699u));
-    reelfx::Picture expected(W, H, 0, 0);
-    reelfx::RenderOptions o;
-    o.progress = 0.3;
-    direct.render(&src, expected, o);
-    EXPECT_EQ(viaFrei0r.words, expected.words);
-
-    p.destruct(inst);
-    p.deinit();
+        reelfx::Instance direct(reelfx::test::module(), reelfx::test::effectIndex(c.effect),
+                                c.width, c.height);
+        for (const auto& [name, value] : c.declared) direct.setParameter(name, value);
+        reelfx::Picture expected(c.width, c.height);
+        reelfx::RenderOptions o;
+        o.progress = 0.5;
+        direct.render(&src, expected, o);
+        EXPECT_EQ(viaFrei0r.words, expected.words);
+    }
 }
 
-TEST(Frei0r, RealParametersMapOntoTheDeclaredBounds) {
+// Choice texts handed back belong to the instance: reading another
+// instance's choice does not change a text already handed out.
+TEST(Frei0r, ChoiceTextsBelongToTheInstance) {
+    Frei0rPlugin p("flip_xy");
+    ASSERT_NE(p.handle, nullptr) << dlerror();
+    ASSERT_EQ(p.init(), 1);
+    f0r_instance_t a = p.construct(8, 8), b = p.construct(8, 8);
+    const char* yes = "Yes";
+    const char* no = "No";
+    p.setParam(a, &yes, 0);
+    p.setParam(b, &no, 0);
+    f0r_param_string textA = nullptr, textB = nullptr;
+    p.getParam(a, &textA, 0);
+    p.getParam(b, &textB, 0);
+    EXPECT_STREQ(textA, "Yes");
+    EXPECT_STREQ(textB, "No");
+    p.destruct(a);
+    p.destruct(b);
+}
+
+// An unknown choice text leaves the value as it was and is reported once,
+// naming the accepted texts.
+TEST(Frei0r, UnknownChoiceTextIsReportedOnce) {
+    Frei0rPlugin p("incognito");
+    ASSERT_NE(p.handle, nullptr) << dlerror();
+    ASSERT_EQ(p.init(), 1);
+    f0r_instance_t inst = p.construct(8, 8);
+    const char* text = "Oval";
+    testing::internal::CaptureStderr();
+    for (int i = 0; i < 3; ++i) p.setParam(inst, &text, 6);
+    const std::string err = testing::internal::GetCapturedStderr();
+    f0r_param_string got = nullptr;
+    p.getParam(inst, &got, 6);
+    EXPECT_STREQ(got, "Squared");
+    EXPECT_NE(err.find("\"Oval\""), std::string::npos) << err;
+    EXPECT_NE(err.find("\"Round\", \"Squared\""), std::string::npos) << err;
+    EXPECT_EQ(err.find("Oval"), err.rfind("Oval")) << "reported more than once: " << err;
+    p.destruct(inst);
+}
+
+TEST(Frei0r, RefusesEmptyFrames) {
     Frei0rPlugin p("lantern");
     ASSERT_NE(p.handle, nullptr) << dlerror();
     ASSERT_EQ(p.init(), 1);
-    f0r_instance_t inst = p.construct(16, 16);
-    double v = 0.5;
-    p.setParam(inst, &v, 1);  // "Spot Radius" 1..20
-    double back = -1.0;
-    p.getParam(inst, &back, 1);
-    EXPECT_DOUBLE_EQ(back, 0.5);
-    v = 7.0;  // out of range: clamped to the upper bound
-    p.setParam(inst, &v, 1);
-    p.getParam(inst, &back, 1);
-    EXPECT_DOUBLE_EQ(back, 1.0);
-    p.destruct(inst);
     EXPECT_EQ(p.construct(0, 16), nullptr);
-    p.deinit();
+    EXPECT_EQ(p.construct(16, 0), nullptr);
 }
 
-// ffmpeg's frei0r filter finds the plugin through FREI0R_PATH and renders a
-// raw BGRA frame exactly as the module does.
+// ffmpeg's frei0r filter finds the plug-in through FREI0R_PATH and renders a
+// raw BGRA frame exactly as the module does; a crop margin at 1.0 covers the
+// whole frame height (taller than any fixed probe size).
 TEST(Frei0r, RunsInsideFfmpeg) {
     if (std::system("command -v ffmpeg >/dev/null 2>&1") != 0) GTEST_SKIP() << "no ffmpeg";
-    const int32_t W = 64, H = 48;
+    struct Case {
+        const char* filter;
+        const char* effect;
+        std::vector<std::pair<std::string, double>> declared;
+    };
+    const std::vector<Case> cases = {
+        {"reelfx_flip_xy:filter_params=Yes|No|0.5", "Flip XY",
+         {{"Flip X Axis", 1}, {"Flip Y Axis", 0}}},
+        {"reelfx_crop:filter_params=1.0|0|0|0|0|0.5", "Crop", {{"Top (Pixel)", 96}}},
+    };
+    const int32_t W = 64, H = 96;
     const reelfx::Picture src = reelfx::makeTestPicture(W, H);
     const auto dir = std::filesystem::temp_directory_path() / ("reelfx_frei0r_" + std::to_string(getpid()));
     std::filesystem::create_directories(dir);
@@ -140,23 +215,30 @@ TEST(Frei0r, RunsInsideFfmpeg) {
     const auto out = dir / "out.raw";
     std::ofstream(in, std::ios::binary)
         .write(reinterpret_cast<const char*>(src.words.data()), src.words.size() * 4);
-    const std::string cmd = "FREI0R_PATH='" + kDir + "' ffmpeg -hide_banner -loglevel error -y " +
-                            "-f rawvideo -pix_fmt bgra -s 64x48 -i '" + in.string() +
-                            "' -vf 'frei0r=filter_name=reelfx_flip_xy:filter_params=Yes|No|0.5' " +
-                            "-f rawvideo -pix_fmt bgra '" + out.string() + "'";
-    ASSERT_EQ(std::system(cmd.c_str()), 0) << cmd;
-
-    reelfx::Picture viaFfmpeg(W, H);
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.filter);
+        const std::string cmd = "FREI0R_PATH='" + kDir + "' ffmpeg -hide_banner -loglevel error -y " +
+                                "-f rawvideo -pix_fmt bgra -s 64x96 -i '" + in.string() +
+                                "' -vf 'frei0r=filter_name=" + c.filter + "' " +
+                                "-f rawvideo -pix_fmt bgra '" + out.string() + "'";
+        ASSERT_EQ(std::system(cmd.c_str()), 0) << cmd;
+        reelfx::Picture viaFfmpeg(W, H);
+        std::ifstream(out, std::ios::binary)
+            .read(reinterpret_cast<char*>(viaFfmpeg.data()), viaFfmpeg.words.size() * 4);
+        reelfx::Instance direct(reelfx::test::module(), reelfx::test::effectIndex(c.effect), W, H);
+        for (const auto& [name, value] : c.declared) direct.setParameter(name, value);
+        reelfx::Picture expected(W, H);
+        reelfx::RenderOptions o;
+        o.progress = 0.5;
+        direct.render(&src, expected, o);
+        EXPECT_EQ(viaFfmpeg.words, expected.words);
+    }
+    // The crop's last frame: nothing of the picture is left in any row.
+    reelfx::Picture cropped(W, H);
     std::ifstream(out, std::ios::binary)
-        .read(reinterpret_cast<char*>(viaFfmpeg.data()), viaFfmpeg.words.size() * 4);
-    reelfx::Instance direct(reelfx::test::module(), reelfx::test::effectIndex("Flip XY"), W, H);
-    direct.setParameter("Flip X Axis", 1.0);
-    direct.setParameter("Flip Y Axis", 0.0);
-    reelfx::Picture expected(W, H);
-    reelfx::RenderOptions o;
-    o.progress = 0.5;
-    direct.render(&src, expected, o);
-    EXPECT_EQ(viaFfmpeg.words, expected.words);
+        .read(reinterpret_cast<char*>(cropped.data()), cropped.words.size() * 4);
+    EXPECT_EQ(std::count(cropped.words.begin(), cropped.words.end(), cropped.words[0]), W * H);
+    EXPECT_EQ(cropped.words[0] & 0xFFFFFF, 0u);
     std::filesystem::remove_all(dir);
 }
 
