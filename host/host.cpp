@@ -6,6 +6,7 @@
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <stdexcept>
 
 #include "pixel/color.h"
@@ -125,10 +126,12 @@ Module::~Module() {
 std::string Module::defaultPath() {
     if (const char* env = std::getenv("REELFX_MODULE"); env && *env) return env;
 #ifdef REELFX_MODULE_PATH
-    return REELFX_MODULE_PATH;
-#else
-    return "libreelfx.so";
+    // The build tree's module while it exists; an installed program finds it
+    // by name through its run path instead.
+    std::error_code ec;
+    if (std::filesystem::exists(REELFX_MODULE_PATH, ec)) return REELFX_MODULE_PATH;
 #endif
+    return "libreelfx.so";
 }
 
 std::vector<EffectInfo> Module::catalogue() const {
