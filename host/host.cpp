@@ -7,7 +7,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <new>
 #include <stdexcept>
+#include <string>
 
 #include "pixel/color.h"
 
@@ -164,10 +166,36 @@ Instance::Instance(const Module& module, int32_t effectIndex, int32_t frameWidth
     block_->displayAspect = &displayAspect_;
     block_->frameWidth = frameWidth;
     block_->frameHeight = frameHeight;
-    module_.call(block_.get(), effectIndex_, kCommandCreate);
+    const intptr_t result = module_.call(block_.get(), effectIndex_, kCommandCreate);
+    if (result != 0 || !block_->instance) {
+        if (block_->instance) module_.call(block_.get(), effectIndex_, kCommandDestroy);
+        destroyed_ = true;
+        throw ModuleError(effectName() + ": the module could not create an instance (" +
+                          (result != 0 ? "result " + std::to_string(result) : "out of memory") +
+                          ")");
+    }
 }
 
-Instance::~Instance() { module_.call(block_.get(), effectIndex_, kCommandDestroy); }
+Instance::~Instance() {
+    if (!destroyed_) module_.call(block_.get(), effectIndex_, kCommandDestroy);
+}
+
+void Instance::destroy() {
+    if (destroyed_) return;
+    destroyed_ = true;
+    const intptr_t result = module_.call(block_.get(), effectIndex_, kCommandDestroy);
+    if (result != 0 || block_->instance) {
+        throw ModuleError(effectName() + ": the module did not release its instance (result " +
+                          std::to_string(result) + ")");
+    }
+}
+
+std::string Instance::effectName() const {
+    // The catalogue record is static storage in the module: no allocation.
+    const auto* d = reinterpret_cast<const EffectDescriptor*>(
+        module_.call(nullptr, effectIndex_, kCommandCatalogue));
+    return d ? std::string(d->name) : "effect " + std::to_string(effectIndex_);
+}
 
 int32_t Instance::parameterCount() const {
     int32_t n = 0;
@@ -232,7 +260,39 @@ void Instance::setChoice(const std::string& name, const std::string& choice) {
 
 double Instance::parameter(int32_t slot) const { return state_->parameters.slot[slot].value; }
 
+namespace {
+
+std::string describe(const Picture& p) {
+    return std::to_string(p.width) + "x" + std::to_string(p.height) + " (stride " +
+           std::to_string(p.stride) + ")";
+}
+
+// A picture whose fields do not describe its own words would send the module
+// past the end of the vector.
+void checkPicture(const Picture& p, const char* role) {
+    const bool shape = p.width >= 0 && p.height >= 0 && p.stride % 4 == 0 &&
+                       int64_t{p.stride} >= int64_t{p.width} * 4;
+    if (!shape || p.words.size() < static_cast<size_t>(p.pitch()) * static_cast<size_t>(p.height)) {
+        throw std::invalid_argument(std::string("the ") + role + " picture " + describe(p) +
+                                    " does not hold its rows (" + std::to_string(p.words.size()) +
+                                    " words)");
+    }
+}
+
+}  // namespace
+
 intptr_t Instance::render(const Picture* source, Picture& target, const RenderOptions& options) {
+    // The module reads the source with the target's geometry.
+    checkPicture(target, "target");
+    if (source) {
+        checkPicture(*source, "source");
+        if (source->width != target.width || source->height != target.height ||
+            source->stride != target.stride) {
+            throw std::invalid_argument("the source picture " + describe(*source) +
+                                        " differs from the target " + describe(target) +
+                                        ": both must have the same size and stride");
+        }
+    }
     return render(source ? source->words.data() : nullptr, target.data(), target.width,
                   target.height, target.stride, options);
 }
@@ -258,7 +318,14 @@ intptr_t Instance::render(const uint32_t* source, uint32_t* target, int32_t widt
     block_->aspectFitting = options.aspectFitting ? 1 : 0;
     block_->aspectFitMode = options.aspectFitMode;
     block_->aspectPreset = options.aspectPreset;
-    return module_.call(block_.get(), effectIndex_, kCommandRender);
+    try {
+        return module_.call(block_.get(), effectIndex_, kCommandRender);
+    } catch (const std::bad_alloc&) {
+        // The module lets its allocator's failure through; the instance is
+        // still whole and can render the next frame.
+        throw ModuleError(effectName() + ": out of memory while rendering a " +
+                          std::to_string(width) + "x" + std::to_string(height) + " frame");
+    }
 }
 
 }  // namespace reelfx

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -61,6 +62,14 @@ struct ParameterInfo {
     std::vector<std::string> choices;
 };
 
+// A module call that failed: the text names the effect and the call ("Mosaic:
+// out of memory while rendering a 1920x1080 frame"). The instance it came
+// from stays usable and can be rendered again or destroyed.
+class ModuleError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
 // A loaded module. The handle is closed when the last user goes away.
 class Module {
 public:
@@ -100,10 +109,22 @@ struct RenderOptions {
 
 // One effect instance with its host records. Created by command 0 and
 // destroyed (command 1) with the object.
+//
+// The module reads only the source's pixels and takes the geometry of both
+// pictures from the target, so a render refuses a source whose size or
+// stride differs from the target's (std::invalid_argument). Running out of
+// memory inside the module surfaces as ModuleError; the host's own
+// allocations throw std::bad_alloc as usual.
 class Instance {
 public:
+    // Throws ModuleError when the module answers create with anything but a
+    // new instance (out of memory).
     Instance(const Module& module, int32_t effectIndex, int32_t frameWidth, int32_t frameHeight);
+    // Destroys the instance if destroy() has not; a failure is not reported here.
     ~Instance();
+    // Command 1 now; throws ModuleError when the module does not release the
+    // instance. Later calls do nothing.
+    void destroy();
     Instance(const Instance&) = delete;
     Instance& operator=(const Instance&) = delete;
 
@@ -122,7 +143,9 @@ public:
     double parameter(int32_t slot) const;
 
     // Renders one frame: command 4 with `source` (may be null) into `target`.
-    // Returns the entry's result (0 drawn, 1 refused).
+    // Returns the entry's result (0 drawn, 1 refused). Throws
+    // std::invalid_argument for a source whose width, height or stride
+    // differs from the target's or a picture whose words do not hold its rows.
     intptr_t render(const Picture* source, Picture& target, const RenderOptions& options = {});
     // The same on pixels the caller owns (adapters rendering into a host's
     // buffers): both pictures share width, height and stride; source may be null.
@@ -134,6 +157,9 @@ public:
     EffectState& state() { return *state_; }
 
 private:
+    // The effect's catalogue name for messages ("effect N" outside the catalogue).
+    std::string effectName() const;
+
     const Module& module_;
     int32_t effectIndex_;
     std::unique_ptr<PluginCallBlock> block_;
@@ -142,6 +168,7 @@ private:
     HostFrame sourceFrame_{};
     HostFrame targetFrame_{};
     double displayAspect_ = 0.0;
+    bool destroyed_ = false;
 };
 
 // Splits a packed choice list ("A\0B\0\0") into its entries.

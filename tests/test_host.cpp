@@ -1,0 +1,87 @@
+// The host library keeps its side of the contract: the module takes both
+// pictures' geometry from the target, so a source of any other size or
+// stride (or a picture whose words do not hold its rows) is refused before
+// the module is called.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <stdexcept>
+
+#include "support.h"
+
+namespace {
+
+using reelfx::Instance;
+using reelfx::Picture;
+using reelfx::test::module;
+
+TEST(HostContract, SourceMustHaveTheTargetsGeometry) {
+    struct Case {
+        const char* what;
+        int32_t width, height, stride;  // of the source; the target is 32x24, stride 136
+        const char* message;            // empty: accepted
+    };
+    const Case cases[] = {
+        {"same geometry", 32, 24, 136, ""},
+        {"narrower", 16, 24, 136,
+         "the source picture 16x24 (stride 136) differs from the target 32x24 (stride 136): "
+         "both must have the same size and stride"},
+        {"fewer rows", 32, 12, 136, "differs from the target"},
+        {"more rows", 32, 48, 136, "differs from the target"},
+        {"tightly packed rows", 32, 24, 128, "differs from the target"},
+        {"wider rows", 32, 24, 256, "differs from the target"},
+    };
+    for (const int32_t effect : {reelfx::test::effectIndex("Flip XY"),
+                                 reelfx::test::effectIndex("Dream")}) {
+        Instance inst(module(), effect, 32, 24);
+        for (const Case& c : cases) {
+            SCOPED_TRACE(c.what);
+            const Picture source = reelfx::makeTestPicture(c.width, c.height, 0, c.stride);
+            Picture target(32, 24, 136, 0x5A5A5A5A);
+            if (!*c.message) {
+                EXPECT_EQ(inst.render(&source, target), 0);
+                EXPECT_FALSE(target.samePixels(Picture(32, 24, 136, 0x5A5A5A5A)));
+                continue;
+            }
+            try {
+                inst.render(&source, target);
+                ADD_FAILURE() << "rendered";
+            } catch (const std::invalid_argument& e) {
+                EXPECT_NE(std::strstr(e.what(), c.message), nullptr) << e.what();
+            }
+            EXPECT_TRUE(target.samePixels(Picture(32, 24, 136, 0x5A5A5A5A))) << "target written";
+        }
+    }
+}
+
+// Picture's fields are public: words that do not cover the rows its fields
+// describe are refused for either role.
+TEST(HostContract, PicturesMustHoldTheirRows) {
+    Instance inst(module(), reelfx::test::effectIndex("Flip XY"), 32, 24);
+    Picture good = reelfx::makeTestPicture(32, 24);
+    Picture shortWords = good;
+    shortWords.words.resize(32 * 23);
+    Picture oddStride = good;
+    oddStride.stride = 130;
+    for (const Picture* bad : {&shortWords, &oddStride}) {
+        Picture target(32, 24);
+        EXPECT_THROW(inst.render(bad, target), std::invalid_argument);
+        Picture badTarget = *bad;
+        EXPECT_THROW(inst.render(&good, badTarget), std::invalid_argument);
+        EXPECT_THROW(inst.render(nullptr, badTarget), std::invalid_argument);
+    }
+}
+
+// A destroyed instance is gone from the call block; destroying it again or
+// letting the object go does not call the module a second time.
+TEST(HostContract, DestroyReleasesTheInstanceOnce) {
+    Instance inst(module(), reelfx::test::effectIndex("Dream"), 32, 24);
+    ASSERT_NE(inst.block().instance, nullptr);
+    inst.destroy();
+    EXPECT_EQ(inst.block().instance, nullptr);
+    EXPECT_NO_THROW(inst.destroy());
+    Picture source = reelfx::makeTestPicture(32, 24), target(32, 24);
+    EXPECT_EQ(inst.render(&source, target), 1) << "no instance left to render with";
+}
+
+}  // namespace
