@@ -19,7 +19,8 @@
 #include "tools/progress_bar.h"
 #include "tools/sheet.h"
 #include "tools/test_clip.h"
-#include "tools/video_io.h"
+#include "tools/video_reader.h"
+#include "tools/video_writer.h"
 
 namespace reelfx::tool {
 

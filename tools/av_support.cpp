@@ -1,0 +1,140 @@
+#include "tools/av_support.h"
+
+#include <cstring>
+#include <new>
+#include <stdexcept>
+
+namespace reelfx::tool {
+
+std::string avError(int code) {
+    char buf[AV_ERROR_MAX_STRING_SIZE] = {};
+    av_strerror(code, buf, sizeof buf);
+    return buf;
+}
+
+bool isRgbFormat(AVPixelFormat f) {
+    const AVPixFmtDescriptor* d = av_pix_fmt_desc_get(f);
+    return d && (d->flags & AV_PIX_FMT_FLAG_RGB);
+}
+
+bool hasAlpha(AVPixelFormat f) {
+    const AVPixFmtDescriptor* d = av_pix_fmt_desc_get(f);
+    return d && (d->flags & AV_PIX_FMT_FLAG_ALPHA);
+}
+
+bool isFullRangeFormat(AVPixelFormat f) {
+    return f == AV_PIX_FMT_YUVJ420P || f == AV_PIX_FMT_YUVJ422P || f == AV_PIX_FMT_YUVJ444P ||
+           f == AV_PIX_FMT_YUVJ440P || f == AV_PIX_FMT_YUVJ411P;
+}
+
+namespace {
+constexpr int kSwsFlags = SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT | SWS_FULL_CHR_H_INP;
+}  // namespace
+
+void Converter::convert(const uint8_t* const src[], const int srcStride[], int srcW, int srcH,
+                        AVPixelFormat srcFmt, int srcSpace, bool srcFull, uint8_t* const dst[],
+                        const int dstStride[], int dstW, int dstH, AVPixelFormat dstFmt,
+                        int dstSpace, bool dstFull) {
+    ctx = sws_getCachedContext(ctx, srcW, srcH, srcFmt, dstW, dstH, dstFmt, kSwsFlags, nullptr,
+                               nullptr, nullptr);
+    if (!ctx) {
+        throw std::runtime_error(std::string("cannot convert ") + av_get_pix_fmt_name(srcFmt) +
+                                 " to " + av_get_pix_fmt_name(dstFmt));
+    }
+    // RGB sides are full range by definition.
+    sws_setColorspaceDetails(ctx, sws_getCoefficients(srcSpace),
+                             isRgbFormat(srcFmt) ? 1 : srcFull, sws_getCoefficients(dstSpace),
+                             isRgbFormat(dstFmt) ? 1 : dstFull, 0, 1 << 16, 1 << 16);
+    sws_scale(ctx, src, srcStride, 0, srcH, dst, dstStride);
+}
+
+Planes::Planes() : frame(av_frame_alloc()) {
+    if (!frame) throw std::bad_alloc();
+}
+Planes::~Planes() {
+    av_frame_free(&frame);
+}
+
+AVFrame* Planes::get(int w, int h, AVPixelFormat fmt) {
+    if (frame->width != w || frame->height != h || frame->format != fmt) {
+        av_frame_unref(frame);
+        frame->width = w;
+        frame->height = h;
+        frame->format = fmt;
+        if (av_frame_get_buffer(frame, 0) < 0) throw std::bad_alloc();
+    }
+    return frame;
+}
+
+// AYUV words <-> planes Y, U, V (and A) of yuv444p / yuva444p.
+void packAyuv(const AVFrame* f, Picture& out) {
+    const bool alpha = f->format == AV_PIX_FMT_YUVA444P;
+    for (int32_t y = 0; y < out.height; ++y) {
+        const uint8_t* py = f->data[0] + static_cast<ptrdiff_t>(y) * f->linesize[0];
+        const uint8_t* pu = f->data[1] + static_cast<ptrdiff_t>(y) * f->linesize[1];
+        const uint8_t* pv = f->data[2] + static_cast<ptrdiff_t>(y) * f->linesize[2];
+        const uint8_t* pa =
+            alpha ? f->data[3] + static_cast<ptrdiff_t>(y) * f->linesize[3] : nullptr;
+        uint32_t* r = out.row(y);
+        for (int32_t x = 0; x < out.width; ++x) {
+            const uint32_t a = pa ? pa[x] : 0xFFu;
+            r[x] = a << 24 | uint32_t{py[x]} << 16 | uint32_t{pu[x]} << 8 | pv[x];
+        }
+    }
+}
+
+void unpackAyuv(const Picture& in, AVFrame* f) {
+    const bool alpha = f->format == AV_PIX_FMT_YUVA444P;
+    for (int32_t y = 0; y < in.height; ++y) {
+        uint8_t* py = f->data[0] + static_cast<ptrdiff_t>(y) * f->linesize[0];
+        uint8_t* pu = f->data[1] + static_cast<ptrdiff_t>(y) * f->linesize[1];
+        uint8_t* pv = f->data[2] + static_cast<ptrdiff_t>(y) * f->linesize[2];
+        uint8_t* pa = alpha ? f->data[3] + static_cast<ptrdiff_t>(y) * f->linesize[3] : nullptr;
+        const uint32_t* r = in.row(y);
+        for (int32_t x = 0; x < in.width; ++x) {
+            py[x] = static_cast<uint8_t>(r[x] >> 16);
+            pu[x] = static_cast<uint8_t>(r[x] >> 8);
+            pv[x] = static_cast<uint8_t>(r[x]);
+            if (pa) pa[x] = static_cast<uint8_t>(r[x] >> 24);
+        }
+    }
+}
+
+void copyRows(const uint8_t* src, int srcStride, uint8_t* dst, int dstStride, int rowBytes,
+              int rows) {
+    for (int y = 0; y < rows; ++y) {
+        std::memcpy(dst + static_cast<ptrdiff_t>(y) * dstStride,
+                    src + static_cast<ptrdiff_t>(y) * srcStride, static_cast<size_t>(rowBytes));
+    }
+}
+
+ColourTags rgbSourceTags() {
+    return {AVCOL_SPC_BT709, AVCOL_PRI_BT709, AVCOL_TRC_BT709, false};
+}
+
+ColourTags moduleAyuvTags() {
+    return {AVCOL_SPC_SMPTE170M, AVCOL_PRI_SMPTE170M, AVCOL_TRC_SMPTE170M, false};
+}
+
+int32_t streamIndex(const AVStream* stream) {
+    return stream->index;
+}
+
+std::string streamCodecName(const AVStream* stream) {
+    return avcodec_get_name(stream->codecpar->codec_id);
+}
+
+Picture scaleArgb(const Picture& argb, int32_t width, int32_t height) {
+    Picture out(width, height);
+    Converter c;
+    const uint8_t* src[4] = {reinterpret_cast<const uint8_t*>(argb.words.data()), nullptr, nullptr,
+                             nullptr};
+    const int srcStride[4] = {argb.stride, 0, 0, 0};
+    uint8_t* dst[4] = {reinterpret_cast<uint8_t*>(out.data()), nullptr, nullptr, nullptr};
+    const int dstStride[4] = {out.stride, 0, 0, 0};
+    c.convert(src, srcStride, argb.width, argb.height, AV_PIX_FMT_BGRA, AVCOL_SPC_BT709, true, dst,
+              dstStride, width, height, AV_PIX_FMT_BGRA, AVCOL_SPC_BT709, true);
+    return out;
+}
+
+}  // namespace reelfx::tool

@@ -1,0 +1,40 @@
+// What the video reader, the video writer and the render loop share: frame
+// rates, colour descriptions, stream names and a picture scaler. No FFmpeg
+// header leaks out of this file or of the reader's and writer's headers.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "host/host.h"
+
+struct AVStream;
+
+namespace reelfx::tool {
+
+struct Rational {
+    int32_t num = 0;
+    int32_t den = 1;
+    bool known() const { return num > 0 && den > 0; }
+};
+
+// The colour description of YUV pixels, as FFmpeg's enumeration codes
+// (2 = unspecified); `fullRange` for JPEG-range YUV.
+struct ColourTags {
+    int32_t space = 2;
+    int32_t primaries = 2;
+    int32_t transfer = 2;
+    bool fullRange = false;
+};
+// What RGB pictures (PNG, the built-in clip) become when encoded as YUV, and
+// what the module's own AYUV conversion produces.
+ColourTags rgbSourceTags();
+ColourTags moduleAyuvTags();
+
+int32_t streamIndex(const AVStream* stream);
+std::string streamCodecName(const AVStream* stream);
+
+// Resizes ARGB words (bicubic).
+Picture scaleArgb(const Picture& argb, int32_t width, int32_t height);
+
+}  // namespace reelfx::tool

@@ -1,0 +1,67 @@
+// Video files through FFmpeg's libraries: decoding into ARGB or AYUV words,
+// handing the packets of other streams (audio) to the writer unchanged.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tools/video_common.h"
+
+struct AVFormatContext;
+struct AVPacket;
+
+namespace reelfx::tool {
+
+struct VideoInfo {
+    int32_t width = 0;
+    int32_t height = 0;
+    Rational frameRate;  // guessed from the stream; unknown for some
+    Rational timeBase;
+    Rational sampleAspect;  // unknown when not set (square pixels)
+    bool rgb = false;       // RGB pixels rather than YUV or grey
+    int32_t pixelFormat = -1;
+    ColourTags colour;
+    std::string codec;  // decoder name
+    std::string container;
+    int32_t otherStreams = 0;  // audio streams that can be copied
+    // Presentation times in seconds from the start of the stream, in order,
+    // found by reading the packets once before decoding.
+    std::vector<double> frameTimes;
+};
+
+struct DecodedFrame {
+    Picture picture;  // ARGB or AYUV words, the stream's size
+    int64_t pts = 0;  // in VideoInfo::timeBase
+    double time = 0.0;
+};
+
+// Called with every packet of an audio stream, in file order.
+using PacketSink = std::function<void(AVPacket* packet, const AVStream* stream)>;
+
+class VideoReader {
+public:
+    // Throws std::runtime_error: unreadable file, no video, no decoder.
+    explicit VideoReader(const std::string& path);
+    ~VideoReader();
+    VideoReader(const VideoReader&) = delete;
+    VideoReader& operator=(const VideoReader&) = delete;
+
+    const VideoInfo& info() const;
+    AVFormatContext* formatContext() const;
+    // Index of the decoded video stream in the container.
+    int32_t videoStream() const;
+    // The audio streams, which the writer can copy.
+    std::vector<const AVStream*> audioStreams() const;
+    // The next frame in presentation order as `fourcc` words; false at the
+    // end. Audio packets read on the way go to `others` (may be empty).
+    bool next(DecodedFrame& out, uint32_t fourcc, const PacketSink& others = {});
+
+private:
+    struct State;
+    std::unique_ptr<State> s_;
+};
+
+}  // namespace reelfx::tool
