@@ -333,7 +333,7 @@ TEST_F(ToolCli, MistakesExitWithAMessageAndWriteNothing) {
          "no frame of the built-in test clip lies in --span 9:10"},
         {2, "o.png", "render|Lantern|in.png|-o|o.png|--span|1:2", "--span needs a video"},
         {2, "o.mp4", "render|Lantern|in.png|-o|o.mp4|--size|64x48", "--size sets the size"},
-        {2, "o.mp4", "render|Lantern|pcm.mkv|-o|earlier.mp4",
+        {2, "o.mp4", "render|Lantern|pcm.mkv|-o|earlier.mp4|-y",
          "the mp4 container cannot hold the pcm_s16le audio of pcm.mkv; write .mkv, or leave the "
          "audio out with --no-audio"},
         {2, "o.mkv", "render|Lantern|pcm.mkv|-o|o.mkv|--fps|10",

@@ -78,6 +78,9 @@ TEST(ToolSettings, AcceptedValues) {
         {"Fade To Color", "Color=#80ff8000", 1, double(0x80FF8000u)},
         {"Fade To Color", "Color=0x12345678", 1, double(0x12345678u)},
         {"Fade To Color", "Color=4294967295", 1, 4294967295.0},
+        {"Fade To Color", "Color=#F80", 1, double(0xFFFF8800u)},
+        {"Fade To Color", "Color=orange", 1, double(0xFFFFA500u)},
+        {"Fade To Color", "Color=Navy@0.5", 1, double(0x7F000080u)},
     };
     for (const auto& c : cases) {
         const ParameterSetting s = setting(c.effect, c.text);
@@ -92,7 +95,8 @@ TEST(ToolSettings, MistakesSayWhatToType) {
     const std::string shape =
         "\"Shape\" takes one of \"Round\", \"Squared\" (or an index from 0 to 1), not \"";
     const std::string colour =
-        "\"Color\" takes a colour as #RRGGBB, #AARRGGBB or a number from 0 to 4294967295, not \"";
+        "\"Color\" takes a colour as #RRGGBB, #AARRGGBB, #RGB, a name such as red or red@0.5, or "
+        "a number from 0 to 4294967295, not \"";
     const struct {
         const char *effect, *text;
         std::string message;
@@ -113,7 +117,9 @@ TEST(ToolSettings, MistakesSayWhatToType) {
          "\"Prism Count\" takes a whole number from 2 to 20, not \"2.5\""},
         {"Incognito", "Shape=Oval", shape + "Oval\""},
         {"Incognito", "Shape=2", shape + "2\""},
-        {"Fade To Color", "Color=#FFF", colour + "#FFF\""},
+        {"Fade To Color", "Color=#FFFF", colour + "#FFFF\""},
+        {"Fade To Color", "Color=reddish", colour + "reddish\""},
+        {"Fade To Color", "Color=random", colour + "random\""},
         {"Fade To Color", "Color=4294967296", colour + "4294967296\""},
         {"Fade To Color", "Color=-1", colour + "-1\""},
         {"Lantern", "Spot Radius=4@0,16",
@@ -151,6 +157,10 @@ TEST(ToolSettings, KeyframesOfEveryKind) {
     EXPECT_EQ(valueAt(prisms, 0.4), 3.0);
     const ParameterSetting colour = setting("Fade To Color", "Color=#00000000@0,#FF8040FF@1");
     EXPECT_EQ(valueAt(colour, 0.5), double(0x80402080u));
+    const ParameterSetting named = setting("Fade To Color", "Color=navy@0.5@0, #F80@1");
+    ASSERT_EQ(named.keys.size(), 2u);
+    EXPECT_EQ(named.keys[0].value, double(0x7F000080u));
+    EXPECT_EQ(named.keys[1].value, double(0xFFFF8800u));
     const ParameterSetting shape = setting("Incognito", "Shape=Round@0,Squared@0.5");
     EXPECT_EQ(valueAt(shape, 0.49), 0.0);
     EXPECT_EQ(valueAt(shape, 0.5), 1.0);
@@ -171,17 +181,24 @@ TEST(ToolSettings, SpansAspectsSizesAndRates) {
     EXPECT_EQ(parsePictureAspect("1.85:1").aspect, 1.85);
     EXPECT_EQ(usageError([] { parseAspect("16:0", "--display-aspect"); }),
               "--display-aspect takes a ratio such as 16:9, 4:3 or 1.85, not \"16:0\"");
+    EXPECT_EQ(parsePictureAspect("2.35:1").aspect, 2.35);
+    EXPECT_EQ(parseAspect("32/18", "--display-aspect"), 16.0 / 9.0);
     EXPECT_EQ(parseSize("32X18").height, 18);
+    EXPECT_EQ(parseSize("hd720").width, 1280);
     EXPECT_EQ(usageError([] { parseSize("20000x10"); }),
               "--size takes WIDTHxHEIGHT, as in 640x360, not \"20000x10\"");
     for (const auto& [text, num, den] : {std::tuple{"29.97", 30000, 1001},
                                          {"12.5", 25, 2},
                                          {"30000/1001", 30000, 1001},
-                                         {"25", 25, 1}}) {
+                                         {"25", 25, 1},
+                                         {"ntsc", 30000, 1001},
+                                         {"59.94", 60000, 1001}}) {
         EXPECT_TRUE(parseFrameRate(text).num == num && parseFrameRate(text).den == den) << text;
     }
     EXPECT_EQ(usageError([] { parseFrameRate("1/0"); }),
               "--fps takes a frame rate such as 25, 29.97 or 30000/1001, not \"1/0\"");
+    EXPECT_EQ(usageError([] { parseFrameRate("1001"); }),
+              "--fps takes a frame rate such as 25, 29.97 or 30000/1001, not \"1001\"");
 }
 
 TEST(ToolText, NamesValuesAndTheProgressLine) {
@@ -190,6 +207,16 @@ TEST(ToolText, NamesValuesAndTheProgressLine) {
     EXPECT_EQ(describeValue(declared("Incognito").at(6), 1.0), "Squared");
     EXPECT_EQ(progressLine(5, 10, 2.0, 10), "[#####.....] 5/10 frames   2.5 fps  0:02 left");
     EXPECT_EQ(progressLine(10, 10, 4.0, 4), "[####] 10/10 frames   2.5 fps  0:04 total");
+    // Fitted to the terminal: never the full width (the cursor would wrap),
+    // the bar shrinks, then goes; streamed input has no total and no bar.
+    for (const auto& [columns, done, total, line] :
+         {std::tuple{80, 5, 10, "[###############...............] 5/10 frames   2.5 fps  0:02 left"},
+          {50, 5, 10, "[#######.......] 5/10 frames   2.5 fps  0:02 left"},
+          {40, 5, 10, "5/10 frames   2.5 fps  0:02 left"},
+          {20, 5, 10, "5/10 frames   2.5 f"},
+          {40, 5, 0, "5 frames   2.5 fps  0:02"}}) {
+        EXPECT_EQ(fittedProgressLine(done, total, 2.0, columns), line) << columns;
+    }
     const auto catalogue = module().catalogue();
     EXPECT_EQ(listJson(catalogue)[9]["tags"], "*,Wedding");
     const nlohmann::json info = infoJson(catalogue[14], declared("Crop"), 320, 240);

@@ -105,7 +105,9 @@ void writePng(const std::string& path, const Picture& argb) {
     if (!png_image_write_to_stdio(&image, f.get(), 0, buffer, rowBytes, nullptr)) {
         throw std::runtime_error("cannot write " + path + ": " + image.message);
     }
-    if (std::fflush(f.get()) != 0 || std::ferror(f.get())) {
+    // fclose reports what the last buffered write met (a full disk, say).
+    const bool failed = std::ferror(f.get()) != 0;
+    if (std::fclose(f.release()) != 0 || failed) {
         throw std::runtime_error("cannot write " + path + ": " + std::strerror(errno));
     }
 }

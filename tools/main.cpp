@@ -45,7 +45,8 @@ std::string findModule(const std::string& requested) {
 
 const char* kFooter =
     "Exit status: 0 done, 1 a file could not be read or written, 2 a mistake on the command "
-    "line, 130 interrupted (nothing is left under the output name).";
+    "line, 130 interrupted by SIGINT, SIGTERM or SIGHUP (nothing is left under the output "
+    "name). An existing output file is replaced only with -y, or when confirmed on a terminal.";
 
 }  // namespace
 
@@ -129,6 +130,17 @@ int main(int argc, char** argv) {
         ->type_name("NAME");
     render->add_flag("--no-audio", rq.noAudio, "Leave the input's audio out");
     render->add_flag("-q,--quiet", rq.quiet, "No progress bar, no summary");
+    bool overwrite = false, neverOverwrite = false;
+    auto overwriteFlags = [&](CLI::App* command) {
+        CLI::Option* y =
+            command->add_flag("-y,--overwrite", overwrite, "Replace an existing output file");
+        command
+            ->add_flag("-n,--no-overwrite", neverOverwrite,
+                       "Never replace an existing output file (without -y or -n reelfx asks on "
+                       "a terminal and refuses elsewhere)")
+            ->excludes(y);
+    };
+    overwriteFlags(render);
 
     SheetRequest sq;
     CLI::App* sheet =
@@ -148,6 +160,7 @@ int main(int argc, char** argv) {
     sheet->add_option("--tile-width", sq.tileWidth, "Width of one tile in pixels")
         ->capture_default_str();
     sheet->add_flag("-q,--quiet", sq.quiet, "No summary");
+    overwriteFlags(sheet);
 
     try {
         app.parse(argc, argv);
@@ -163,6 +176,9 @@ int main(int argc, char** argv) {
     } fontCaches;
     av_log_set_level(verbose ? AV_LOG_INFO : AV_LOG_FATAL);
     installInterruptHandlers();
+    setOverwritePolicy(overwrite        ? Overwrite::Always
+                       : neverOverwrite ? Overwrite::Never
+                                        : Overwrite::Ask);
     try {
         Module module(findModule(modulePath));
         const std::vector<EffectInfo> catalogue = module.catalogue();

@@ -1,11 +1,14 @@
 #include "tools/output_file.h"
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <set>
 #include <stdexcept>
 
 namespace reelfx::tool {
@@ -13,9 +16,33 @@ namespace reelfx::tool {
 namespace {
 
 volatile std::sig_atomic_t gInterrupted = 0;
+Overwrite gOverwrite = Overwrite::Ask;
+std::set<std::string> gConfirmed;
+
+// The temporary file being written, for the second signal's handler (which
+// may only make async-signal-safe calls such as unlink).
+char gPartPath[4096] = {};
+volatile std::sig_atomic_t gPartSet = 0;
 
 extern "C" void onInterrupt(int) {
+    if (gInterrupted) {
+        if (gPartSet) ::unlink(gPartPath);
+        static const char kMessage[] = "\nreelfx: interrupted; nothing written\n";
+        [[maybe_unused]] const ssize_t n = ::write(STDERR_FILENO, kMessage, sizeof kMessage - 1);
+        ::_exit(130);
+    }
     gInterrupted = 1;
+}
+
+void registerPart(const std::string& path) {
+    gPartSet = 0;
+    if (path.size() >= sizeof gPartPath) return;
+    std::memcpy(gPartPath, path.c_str(), path.size() + 1);
+    gPartSet = 1;
+}
+
+void forgetPart(const std::string& path) {
+    if (gPartSet && path == gPartPath) gPartSet = 0;
 }
 
 }  // namespace
@@ -40,9 +67,12 @@ OutputFile::OutputFile(std::string finalPath) : final_(std::move(finalPath)) {
     name += std::to_string(getpid());
     name += ".part";
     temp_ = (dir / name).string();
+    confirmOverwrite(final_);
+    registerPart(temp_);
 }
 
 OutputFile::~OutputFile() {
+    forgetPart(temp_);
     if (!committed_ && !isStdout()) {
         std::error_code ec;
         std::filesystem::remove(temp_, ec);
@@ -50,6 +80,7 @@ OutputFile::~OutputFile() {
 }
 
 void OutputFile::commit() {
+    throwIfInterrupted();
     if (isStdout()) {
         committed_ = true;
         return;
@@ -60,9 +91,48 @@ void OutputFile::commit() {
     committed_ = true;
 }
 
+void setOverwritePolicy(Overwrite policy) {
+    gOverwrite = policy;
+}
+
+void confirmOverwrite(const std::string& path) {
+    if (path == "-" || gConfirmed.count(path)) return;
+    std::error_code ec;
+    if (!std::filesystem::exists(path, ec)) return;
+    if (std::filesystem::is_directory(path, ec))
+        throw std::runtime_error("cannot write " + path + ": it is a folder");
+    switch (gOverwrite) {
+        case Overwrite::Always:
+            break;
+        case Overwrite::Never:
+            throw std::runtime_error(path + " already exists; not overwritten (-n)");
+        case Overwrite::Ask: {
+            if (isatty(STDIN_FILENO) != 1) {
+                throw std::runtime_error(path +
+                                         " already exists; give -y to overwrite it (there is no "
+                                         "terminal to ask on)");
+            }
+            std::fprintf(stderr, "reelfx: %s already exists. Overwrite? [y/N] ", path.c_str());
+            std::fflush(stderr);
+            std::string answer;
+            for (int c = std::getchar(); c != EOF && c != '\n'; c = std::getchar()) {
+                answer += static_cast<char>(c);
+            }
+            throwIfInterrupted();
+            if (answer != "y" && answer != "Y" && answer != "yes" && answer != "Yes")
+                throw std::runtime_error(path + " already exists; not overwritten");
+            break;
+        }
+    }
+    gConfirmed.insert(path);
+}
+
 void installInterruptHandlers() {
-    std::signal(SIGINT, onInterrupt);
-    std::signal(SIGTERM, onInterrupt);
+    struct sigaction action {};
+    action.sa_handler = onInterrupt;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = 0;  // no SA_RESTART: blocking reads and writes return EINTR
+    for (int sig : {SIGINT, SIGTERM, SIGHUP}) sigaction(sig, &action, nullptr);
 }
 
 bool interrupted() {

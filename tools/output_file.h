@@ -19,7 +19,8 @@ public:
     const std::string& path() const { return temp_; }
     const std::string& finalPath() const { return final_; }
     bool isStdout() const { return final_ == "-"; }
-    // Renames the finished file to its final name; throws on failure.
+    // Renames the finished file to its final name; throws on failure, and
+    // throws Interrupted after a signal instead of committing.
     void commit();
 
 private:
@@ -28,8 +29,19 @@ private:
     bool committed_ = false;
 };
 
-// Ctrl-C and SIGTERM set a flag that the frame loops check, so temporary
-// files are removed on the way out.
+// What to do when the output name already exists: ask on a terminal
+// (refuse when standard input is not one), always replace (-y), never (-n).
+enum class Overwrite { Ask, Always, Never };
+void setOverwritePolicy(Overwrite policy);
+// Throws std::runtime_error unless `path` is free or may be replaced; asks
+// at most once per name. OutputFile calls it; callers call it early to ask
+// before the work starts.
+void confirmOverwrite(const std::string& path);
+
+// SIGINT, SIGTERM and SIGHUP set a flag that the frame loops check, so
+// temporary files are removed on the way out (exit status 130). A second
+// signal removes the temporary file at once and exits with 130 straight
+// away, for a run stuck in a long call.
 void installInterruptHandlers();
 bool interrupted();
 // Thrown by the frame loops when interrupted() turns true.

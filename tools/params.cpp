@@ -4,8 +4,14 @@
 #include <cctype>
 #include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <limits>
 #include <numeric>
+
+extern "C" {
+#include <libavutil/log.h>
+#include <libavutil/parseutils.h>
+}
 
 namespace reelfx::tool {
 
@@ -146,6 +152,7 @@ std::optional<double> parseNumber(std::string_view text) {
 
 std::optional<uint32_t> parseColour(std::string_view text) {
     text = trim(text);
+    if (text.empty()) return std::nullopt;
     auto hex = [](std::string_view digits, size_t minDigits,
                   size_t maxDigits) -> std::optional<uint32_t> {
         if (digits.size() < minDigits || digits.size() > maxDigits) return std::nullopt;
@@ -154,20 +161,32 @@ std::optional<uint32_t> parseColour(std::string_view text) {
         if (ec != std::errc() || end != digits.data() + digits.size()) return std::nullopt;
         return v;
     };
-    if (!text.empty() && text.front() == '#') {
-        text.remove_prefix(1);
-        if (text.size() == 6) {
-            const auto v = hex(text, 6, 6);
-            return v ? std::optional<uint32_t>(0xFF000000u | *v) : std::nullopt;
-        }
-        return hex(text, 8, 8);
-    }
+    // Our own forms first, where they differ from libavutil's: alpha leads
+    // in "#AARRGGBB" and "0xAARRGGBB", and plain digits are a number.
+    if (text.front() == '#' && text.size() == 9) return hex(text.substr(1), 8, 8);
     if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
         return hex(text.substr(2), 1, 8);
     }
-    const auto v = parseWhole(text);
-    if (!v || *v < 0 || *v > 0xFFFFFFFFll) return std::nullopt;
-    return static_cast<uint32_t>(*v);
+    if (std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; })) {
+        const auto v = parseWhole(text);
+        if (!v || *v > 0xFFFFFFFFll) return std::nullopt;
+        return static_cast<uint32_t>(*v);
+    }
+    // "#RGB" stands for "#RRGGBB"; everything else (names with an optional
+    // "@alpha", "#RRGGBB") is libavutil's.
+    std::string colour(text);
+    if (colour.size() == 4 && colour[0] == '#' && hex(text.substr(1), 3, 3)) {
+        colour = {'#', text[1], text[1], text[2], text[2], text[3], text[3]};
+    }
+    // "random" would make two runs differ.
+    if (lower(colour).rfind("random", 0) == 0) return std::nullopt;
+    uint8_t rgba[4] = {};
+    const int level = av_log_get_level();
+    av_log_set_level(AV_LOG_QUIET);  // a mistake is reported by the caller
+    const int r = av_parse_color(rgba, colour.c_str(), -1, nullptr);
+    av_log_set_level(level);
+    if (r < 0) return std::nullopt;
+    return uint32_t{rgba[3]} << 24 | uint32_t{rgba[0]} << 16 | uint32_t{rgba[1]} << 8 | rgba[2];
 }
 
 std::string formatNumber(double value) {
@@ -227,8 +246,8 @@ double parseValue(const ParameterInfo& p, std::string_view rawText) {
         case kParameterKindColour: {
             if (const auto c = parseColour(text)) return static_cast<double>(*c);
             throw UsageError(quoted(p.name) +
-                             " takes a colour as #RRGGBB, #AARRGGBB or a number from 0 to "
-                             "4294967295, not " +
+                             " takes a colour as #RRGGBB, #AARRGGBB, #RGB, a name such as red "
+                             "or red@0.5, or a number from 0 to 4294967295, not " +
                              quoted(text));
         }
         case kParameterKindWhole: {
@@ -277,9 +296,12 @@ ParameterSetting parseSetting(const std::string& effectName,
     }
 
     ParameterSetting s{p.index, p.kind, p.name, {}};
-    // A choice text is taken whole even if it held '@' or ','.
-    const bool keyframed = value.find('@') != std::string_view::npos &&
-                           !(p.kind == kParameterKindChoice && matchName(value, p.choices) >= 0);
+    // A choice text is taken whole even if it held '@' or ','; so is a colour
+    // with an alpha ("red@0.5": one key would only repeat the constant).
+    const bool whole = (p.kind == kParameterKindChoice && matchName(value, p.choices) >= 0) ||
+                       (p.kind == kParameterKindColour &&
+                        value.find(',') == std::string_view::npos && parseColour(value));
+    const bool keyframed = value.find('@') != std::string_view::npos && !whole;
     if (!keyframed) {
         s.keys.push_back({0.0, parseValue(p, value)});
         return s;
@@ -381,19 +403,29 @@ Span parseSpan(std::string_view text) {
     return s;
 }
 
-double parseAspect(std::string_view text, const char* option) {
+double parseAspect(std::string_view rawText, const char* option) {
+    const std::string text(trim(rawText));
     const std::string usage =
-        std::string(option) + " takes a ratio such as 16:9, 4:3 or 1.85, not " + quoted(text);
-    const size_t colon = text.find(':');
-    if (colon == std::string_view::npos) {
-        const auto v = parseNumber(text);
-        if (!v || *v <= 0) throw UsageError(usage);
+        std::string(option) + " takes a ratio such as 16:9, 4:3 or 1.85, not " + quoted(rawText);
+    // A plain number is taken as it is written (libavutil would round it to a
+    // fraction); "W:H" with decimals goes to libavutil as "W/H".
+    if (const auto v = parseNumber(text)) {
+        if (*v <= 0) throw UsageError(usage);
         return *v;
     }
-    const auto w = parseNumber(text.substr(0, colon));
-    const auto h = parseNumber(text.substr(colon + 1));
-    if (!w || !h || *w <= 0 || *h <= 0) throw UsageError(usage);
-    return *w / *h;
+    std::string ratio = text;
+    int w = 0, h = 0;
+    char extra = 0;
+    if (std::sscanf(ratio.c_str(), "%d:%d%c", &w, &h, &extra) != 2) {
+        std::replace(ratio.begin(), ratio.end(), ':', '/');
+    }
+    AVRational q{0, 0};
+    const int level = av_log_get_level();
+    av_log_set_level(AV_LOG_QUIET);
+    const int r = av_parse_ratio(&q, ratio.c_str(), std::numeric_limits<int>::max(), 0, nullptr);
+    av_log_set_level(level);
+    if (r < 0 || q.num <= 0 || q.den <= 0) throw UsageError(usage);
+    return static_cast<double>(q.num) / q.den;
 }
 
 PictureAspect parsePictureAspect(std::string_view text) {
@@ -402,40 +434,30 @@ PictureAspect parsePictureAspect(std::string_view text) {
     return {0, parseAspect(text, "--picture-aspect")};
 }
 
-FrameRate parseFrameRate(std::string_view text) {
+FrameRate parseFrameRate(std::string_view rawText) {
+    const std::string text(trim(rawText));
     const std::string usage =
-        "--fps takes a frame rate such as 25, 29.97 or 30000/1001, not " + quoted(text);
-    const size_t slash = text.find('/');
-    FrameRate r;
-    if (slash != std::string_view::npos) {
-        const auto n = parseWhole(text.substr(0, slash));
-        const auto d = parseWhole(text.substr(slash + 1));
-        if (!n || !d || *n < 1 || *d < 1 || *n > 1000000 || *d > 1000000) throw UsageError(usage);
-        r = {static_cast<int32_t>(*n), static_cast<int32_t>(*d)};
-    } else {
-        const auto v = parseNumber(text);
-        if (!v || *v <= 0 || *v > 1000) throw UsageError(usage);
-        const auto thousandths = static_cast<int32_t>(std::lround(*v * 1000));
-        const int32_t g = std::gcd(thousandths, 1000);
-        r = {thousandths / std::max(1, g), 1000 / std::max(1, g)};
+        "--fps takes a frame rate such as 25, 29.97 or 30000/1001, not " + quoted(rawText);
+    AVRational q{0, 0};
+    if (text.empty() || av_parse_video_rate(&q, text.c_str()) < 0) throw UsageError(usage);
+    FrameRate r{q.num, q.den};
+    // The rounded NTSC rates mean the exact ones.
+    if (const auto v = parseNumber(text)) {
         for (int32_t k : {24, 30, 48, 60, 120}) {
             if (std::fabs(*v - k * 1000.0 / 1001.0) < 0.005) r = {k * 1000, 1001};
         }
-        if (*v == std::trunc(*v)) r = {static_cast<int32_t>(*v), 1};
-        if (r.num == 0) throw UsageError(usage);
     }
-    if (!(r.value() > 0 && r.value() <= 1000)) throw UsageError(usage);
+    if (!(r.num > 0 && r.den > 0 && r.value() <= 1000)) throw UsageError(usage);
     return r;
 }
 
-Size parseSize(std::string_view text) {
-    const std::string usage = "--size takes WIDTHxHEIGHT, as in 640x360, not " + quoted(text);
-    const size_t x = lower(text).find('x');
-    if (x == std::string::npos) throw UsageError(usage);
-    const auto w = parseWhole(text.substr(0, x));
-    const auto h = parseWhole(text.substr(x + 1));
-    if (!w || !h || *w < 1 || *h < 1 || *w > 16384 || *h > 16384) throw UsageError(usage);
-    return {static_cast<int32_t>(*w), static_cast<int32_t>(*h)};
+Size parseSize(std::string_view rawText) {
+    const std::string text(trim(rawText));
+    const std::string usage = "--size takes WIDTHxHEIGHT, as in 640x360, not " + quoted(rawText);
+    int w = 0, h = 0;
+    if (text.empty() || av_parse_video_size(&w, &h, text.c_str()) < 0) throw UsageError(usage);
+    if (w < 1 || h < 1 || w > 16384 || h > 16384) throw UsageError(usage);
+    return {w, h};
 }
 
 }  // namespace reelfx::tool

@@ -32,7 +32,8 @@ int32_t findEffect(const std::vector<EffectInfo>& catalogue, std::string_view qu
 
 // A finite decimal number, the whole text consumed.
 std::optional<double> parseNumber(std::string_view text);
-// "#RRGGBB" (opaque), "#AARRGGBB", "0xAARRGGBB" or a whole number 0..4294967295.
+// "#RRGGBB" and "#RGB" (opaque), "#AARRGGBB", "0xAARRGGBB", a whole number
+// 0..4294967295, or a colour name with an optional alpha ("red", "red@0.5").
 std::optional<uint32_t> parseColour(std::string_view text);
 // Shortest text that reads back as the same double.
 std::string formatNumber(double value);
@@ -79,7 +80,7 @@ struct Span {
 };
 Span parseSpan(std::string_view text);
 
-// An aspect ratio as "16:9", "2.35:1" or "1.85" (width / height).
+// An aspect ratio as "16:9", "2.35:1", "16/9" or "1.85" (width / height).
 double parseAspect(std::string_view text, const char* option);
 
 // --picture-aspect: 4:3 and 16:9 select the host's presets, any other ratio
@@ -90,8 +91,9 @@ struct PictureAspect {
 };
 PictureAspect parsePictureAspect(std::string_view text);
 
-// --fps: "25", "30000/1001", or a decimal; 23.976, 29.97, 59.94 and 119.88
-// mean the exact NTSC rates (24000/1001, ...). From above 0 to 1000.
+// --fps: "25", "30000/1001", a decimal or a name ("ntsc", "pal", "film");
+// 23.976, 29.97, 59.94 and 119.88 mean the exact NTSC rates (24000/1001,
+// ...). From above 0 to 1000.
 struct FrameRate {
     int32_t num = 25;
     int32_t den = 1;
@@ -103,7 +105,7 @@ struct Size {
     int32_t width = 0;
     int32_t height = 0;
 };
-// "WxH", each from 1 to 16384.
+// "WxH" or a name ("hd720", "vga"), each side from 1 to 16384.
 Size parseSize(std::string_view text);
 
 }  // namespace reelfx::tool

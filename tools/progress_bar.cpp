@@ -1,5 +1,6 @@
 #include "tools/progress_bar.h"
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,29 +18,57 @@ std::string clock(double seconds) {
     return buf;
 }
 
+// The counts after the bar: " 5/10 frames   2.5 fps  0:02 left".
+std::string counts(int64_t done, int64_t total, double seconds) {
+    const double fps = seconds > 0 ? static_cast<double>(done) / seconds : 0.0;
+    char buf[96];
+    if (total <= 0) {
+        std::snprintf(buf, sizeof buf, " %lld frames %5.1f fps  %s", static_cast<long long>(done),
+                      fps, clock(seconds).c_str());
+        return buf;
+    }
+    std::snprintf(buf, sizeof buf, " %lld/%lld frames %5.1f fps", static_cast<long long>(done),
+                  static_cast<long long>(total), fps);
+    std::string line = buf;
+    if (fps > 0 && done < total) {
+        line += "  " + clock(static_cast<double>(total - done) / fps) + " left";
+    } else if (done >= total) {
+        line += "  " + clock(seconds) + " total";
+    }
+    return line;
+}
+
 }  // namespace
 
 bool stderrIsTerminal() {
     return isatty(STDERR_FILENO) == 1;
 }
 
+int32_t terminalColumns() {
+    winsize size{};
+    if (ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
+    return 80;
+}
+
 std::string progressLine(int64_t done, int64_t total, double seconds, int32_t width) {
+    const std::string tail = counts(done, total, seconds);
+    if (total <= 0) return tail.substr(1);
     const double share =
-        total > 0 ? std::clamp(static_cast<double>(done) / static_cast<double>(total), 0.0, 1.0)
-                  : 0.0;
+        std::clamp(static_cast<double>(done) / static_cast<double>(total), 0.0, 1.0);
     const auto filled = static_cast<int32_t>(share * width);
-    std::string bar = "[" + std::string(static_cast<size_t>(filled), '#') +
-                      std::string(static_cast<size_t>(width - filled), '.') + "]";
-    const double fps = seconds > 0 ? static_cast<double>(done) / seconds : 0.0;
-    char tail[96];
-    std::snprintf(tail, sizeof tail, " %lld/%lld frames %5.1f fps", static_cast<long long>(done),
-                  static_cast<long long>(total), fps);
-    std::string line = bar + tail;
-    if (fps > 0 && done < total) {
-        line += "  " + clock(static_cast<double>(total - done) / fps) + " left";
-    } else if (done >= total) {
-        line += "  " + clock(seconds) + " total";
-    }
+    return "[" + std::string(static_cast<size_t>(filled), '#') +
+           std::string(static_cast<size_t>(width - filled), '.') + "]" + tail;
+}
+
+std::string fittedProgressLine(int64_t done, int64_t total, double seconds, int32_t columns) {
+    const auto room = static_cast<size_t>(std::max(1, columns - 1));
+    const size_t tail = counts(done, total, seconds).size();
+    const auto bar = static_cast<int32_t>(
+        std::min<int64_t>(30, static_cast<int64_t>(room) - static_cast<int64_t>(tail) - 2));
+    // Without room for a bar, the counts alone: "5/10 frames ...".
+    std::string line = total > 0 && bar >= 5 ? progressLine(done, total, seconds, bar)
+                                             : counts(done, total, seconds).substr(1);
+    if (line.size() > room) line.resize(room);
     return line;
 }
 
@@ -54,18 +83,26 @@ ProgressBar::~ProgressBar() {
 }
 
 void ProgressBar::update(int64_t done) {
+    done_ = done;
+    draw(total_ > 0 && done >= total_);
+}
+
+void ProgressBar::draw(bool force) {
     if (!enabled_) return;
     const auto now = std::chrono::steady_clock::now();
-    if (drawn_ && done < total_ && now - lastDraw_ < std::chrono::milliseconds(100)) return;
+    if (drawn_ && !force && now - lastDraw_ < std::chrono::milliseconds(100)) return;
     lastDraw_ = now;
     const double seconds = std::chrono::duration<double>(now - start_).count();
-    std::fprintf(stderr, "\r%s\033[K", progressLine(done, total_, seconds, 30).c_str());
+    // The width is read on every draw: the window may have been resized.
+    std::fprintf(stderr, "\r%s\033[K",
+                 fittedProgressLine(done_, total_, seconds, terminalColumns()).c_str());
     std::fflush(stderr);
     drawn_ = true;
 }
 
 void ProgressBar::finish() {
-    update(total_);
+    if (total_ > 0) done_ = total_;
+    draw(true);
     if (drawn_) std::fputs("\n", stderr);
     drawn_ = false;
 }

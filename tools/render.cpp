@@ -426,6 +426,8 @@ void runRender(const Module& module, const RenderRequest& rq) {
         if (fs::equivalent(rq.input, outputPath, ec))
             throw UsageError("the output would overwrite the input");
     }
+    // Asked before the work, not after it.
+    confirmOverwrite(outputPath);
     // A video's sample aspect ratio makes its display aspect differ from its
     // pixel size; the host hands the module the shape as shown.
     if (!rq.displayAspect && src.sampleAspect.known() &&
@@ -450,6 +452,7 @@ void runSheet(const Module& module, const SheetRequest& rq) {
     if (rq.tileWidth < 16 || rq.tileWidth > 4096)
         throw UsageError("--tile-width takes 16 to 4096 pixels");
     if (rq.columns < 1 || rq.columns > 25) throw UsageError("--columns takes 1 to 25");
+    confirmOverwrite(rq.output);
     Picture tile;
     if (rq.input.empty()) {
         ClipSettings clip;

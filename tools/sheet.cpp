@@ -38,6 +38,24 @@ Picture renderTile(const Module& module, int32_t effect, const Picture& tileArgb
     return ayuv ? toArgb(target) : target;
 }
 
+// Cairo records its first failure in the context or surface and ignores
+// later calls; a failure becomes an error here.
+void check(cairo_status_t status, const char* what) {
+    if (status != CAIRO_STATUS_SUCCESS) {
+        throw std::runtime_error(std::string("cannot draw the contact sheet (") + what +
+                                 "): " + cairo_status_to_string(status));
+    }
+}
+
+struct SurfaceGuard {
+    cairo_surface_t* surface;
+    ~SurfaceGuard() { cairo_surface_destroy(surface); }
+};
+struct ContextGuard {
+    cairo_t* cr;
+    ~ContextGuard() { cairo_destroy(cr); }
+};
+
 }  // namespace
 
 Picture makeSheet(const Module& module, const Picture& tile, const SheetOptions& options) {
@@ -50,7 +68,11 @@ Picture makeSheet(const Module& module, const Picture& tile, const SheetOptions&
     const int32_t height = titleHeight + kMargin + rows * (tile.height + labelHeight + kMargin);
 
     cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, width, height);
+    const SurfaceGuard surfaceGuard{surface};
+    check(cairo_surface_status(surface), "sheet surface");
     cairo_t* cr = cairo_create(surface);
+    const ContextGuard contextGuard{cr};
+    check(cairo_status(cr), "drawing context");
     cairo_set_source_rgb(cr, kBackground[0], kBackground[1], kBackground[2]);
     cairo_paint(cr);
     cairo_select_font_face(cr, "DejaVu Sans", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_BOLD);
@@ -80,17 +102,19 @@ Picture makeSheet(const Module& module, const Picture& tile, const SheetOptions&
         cairo_surface_t* image = cairo_image_surface_create_for_data(
             reinterpret_cast<unsigned char*>(premultiplied.data()), CAIRO_FORMAT_ARGB32, tile.width,
             tile.height, premultiplied.stride);
+        const SurfaceGuard imageGuard{image};
+        check(cairo_surface_status(image), "tile surface");
         cairo_set_source_surface(cr, image, x, y);
         cairo_paint(cr);
-        cairo_surface_destroy(image);
 
         const std::string label = std::to_string(effects[i].index) + "  " + effects[i].name;
         cairo_set_source_rgb(cr, 0.92, 0.92, 0.92);
         cairo_move_to(cr, x, y + tile.height + labelHeight * 0.78);
         cairo_show_text(cr, label.c_str());
     }
-    cairo_destroy(cr);
+    check(cairo_status(cr), "drawing");
     cairo_surface_flush(surface);
+    check(cairo_surface_status(surface), "sheet surface");
 
     // The background is opaque, so the sheet is opaque: premultiplied and
     // straight words are the same.
@@ -101,7 +125,6 @@ Picture makeSheet(const Module& module, const Picture& tile, const SheetOptions&
         std::memcpy(out.row(y), data + static_cast<ptrdiff_t>(y) * stride,
                     static_cast<size_t>(width) * 4);
     }
-    cairo_surface_destroy(surface);
     return out;
 }
 

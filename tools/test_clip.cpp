@@ -6,8 +6,22 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <stdexcept>
+#include <string>
 
 namespace reelfx::tool {
+
+namespace {
+
+// Cairo records its first failure and ignores later calls.
+void check(cairo_status_t status) {
+    if (status != CAIRO_STATUS_SUCCESS) {
+        throw std::runtime_error(std::string("cannot draw the built-in test clip: ") +
+                                 cairo_status_to_string(status));
+    }
+}
+
+}  // namespace
 
 int32_t clipFrameCount(const ClipSettings& clip) {
     return std::max<int32_t>(1, static_cast<int32_t>(std::lround(clip.duration * clip.fps)));
@@ -65,9 +79,13 @@ Picture makeClipFrame(const ClipSettings& clip, int32_t frame) {
     cairo_move_to(cr, w * 0.05 - std::fmod(t * 40, w * 0.5), h - std::max(4.0, h / 40));
     cairo_show_text(cr, line);
 
+    const cairo_status_t drawn = cairo_status(cr);
     cairo_destroy(cr);
     cairo_surface_flush(surface);
+    const cairo_status_t flushed = cairo_surface_status(surface);
     cairo_surface_destroy(surface);
+    check(drawn);
+    check(flushed);
     // Anti-aliased edges over opaque pixels stay opaque.
     for (uint32_t& word : p.words) word |= 0xFF000000u;
     return p;
