@@ -18,13 +18,13 @@
 
 namespace {
 
-// Control points are kept within +-2^27: far outside any real picture, yet
-// small enough that a line between two of them never overflows 32-bit
-// arithmetic. Pictures narrower than about ten million pixels never reach
-// the bound (a hair walks at most eight steps of at most the width), and
-// points that crawl on for millions of calls without a regeneration tick stop
-// there instead of overflowing.
-constexpr double kPointLimit = 134217728.0;
+// Control points are kept within +-2^29: far outside any real picture, yet
+// small enough that the line walk below can jump to the picture's edge in
+// 64-bit arithmetic. A hair walks eight steps of at most its step S, so the
+// bound is reached only for S above 2^26 ("Average particle size" times the
+// width beyond about 4.8e10), or by points that crawl on for hundreds of
+// millions of calls without a regeneration tick; they stop there.
+constexpr double kPointLimit = 536870912.0;
 
 int32_t toPoint(double v) {
     if (!(v >= -kPointLimit)) v = -kPointLimit;  // NaN cannot arise; kept safe anyway
@@ -55,7 +55,7 @@ int32_t byteDraw(uint32_t s) {
     return static_cast<int32_t>(((s & 255u) - 1u) & 127u);
 }
 
-int32_t regenerateHair(HairPoint* points, uint32_t* s, int32_t width, int32_t height, int32_t S) {
+int32_t regenerateHair(HairPoint* points, uint32_t* s, int32_t width, int32_t height, int64_t S) {
     // The first draw gives y, the second x.
     const uint32_t s1 = nextDraw(s);
     const uint32_t s2 = nextDraw(s);
@@ -76,6 +76,68 @@ int32_t regenerateHair(HairPoint* points, uint32_t* s, int32_t width, int32_t he
 void seedScratches(int32_t* scratch, uint32_t* s, int32_t width) {
     for (int j = 0; j < kScratches; ++j) {
         scratch[j] = truncToInt32(static_cast<double>(unitDraw(nextDraw(s))) * (width - 1));
+    }
+}
+
+namespace {
+
+// floor(a / b) for b > 0.
+int64_t floorDiv(int64_t a, int64_t b) {
+    const int64_t q = a / b;
+    return (a % b != 0 && a < 0) ? q - 1 : q;
+}
+
+// The Bresenham walk of drawLine along its major axis (steps j = 0 ... n,
+// major coordinate m0 + j * sm), started at the first step whose major
+// coordinate lies in [0, extent) and stopped after the last: after j steps
+// the minor coordinate has moved floor((e0 + (j - 1) * minor2) / major2) + 1
+// times, where the error term starts at e0 = minor2 - major2 / 2. A line
+// thousands of times longer than the picture costs only the picture's size.
+template <typename Plot>
+void walkClipped(int64_t m0, int64_t n0, int64_t dm, int64_t dn, int64_t extent, Plot plot) {
+    const int64_t sm = (dm > 0) - (dm < 0), sn = (dn > 0) - (dn < 0);
+    const int64_t a2 = 2 * (dm < 0 ? -dm : dm), b2 = 2 * (dn < 0 ? -dn : dn);
+    const int64_t steps = a2 / 2;
+    int64_t first = 0, last = steps;
+    if (sm > 0) {
+        first = std::max<int64_t>(first, -m0);
+        last = std::min<int64_t>(last, extent - 1 - m0);
+    } else if (sm < 0) {
+        first = std::max<int64_t>(first, m0 - (extent - 1));
+        last = std::min<int64_t>(last, m0);
+    }
+    if (first > last) return;
+    const int64_t e0 = b2 - (a2 >> 1);
+    const int64_t moves = first == 0 ? 0 : floorDiv(e0 + (first - 1) * b2, a2) + 1;
+    int64_t m = m0 + first * sm;
+    int64_t n = n0 + moves * sn;
+    int64_t e = e0 + first * b2 - moves * a2;
+    for (int64_t j = first; j <= last; ++j) {
+        plot(m, n);
+        if (e >= 0) {
+            n += sn;
+            e -= a2;
+        }
+        m += sm;
+        e += b2;
+    }
+}
+
+}  // namespace
+
+void drawHairLine(uint32_t* base, int32_t stride, int32_t width, int32_t height, int32_t x0,
+                  int32_t y0, int32_t x1, int32_t y1, uint32_t colour) {
+    const ptrdiff_t pitch = stride >> 2;
+    const int64_t dx = int64_t{x1} - x0, dy = int64_t{y1} - y0;
+    const int64_t adx = dx < 0 ? -dx : dx, ady = dy < 0 ? -dy : dy;
+    if (adx > ady) {
+        walkClipped(x0, y0, dx, dy, width, [&](int64_t x, int64_t y) {
+            if (y >= 0 && y < height) base[y * pitch + x] = colour;
+        });
+    } else {
+        walkClipped(y0, x0, dy, dx, height, [&](int64_t y, int64_t x) {
+            if (x >= 0 && x < width) base[y * pitch + x] = colour;
+        });
     }
 }
 
@@ -138,11 +200,13 @@ void computeCurveWeights(CurveWeights* cw) {
 
 // One segment of a curve. A segment whose two ends lie beyond the same edge
 // of the picture plots nothing (every point of a line lies between its
-// ends), so far-off hairs cost nothing.
+// ends), so far-off hairs cost nothing; a target without pixels (a frame with
+// nothing to draw) plots nothing at all.
 void drawSegment(const Target& t, int32_t x0, int32_t y0, int32_t x1, int32_t y1, uint32_t colour) {
+    if (!t.pixels) return;
     if ((x0 < 0 && x1 < 0) || (y0 < 0 && y1 < 0)) return;
     if ((x0 >= t.width && x1 >= t.width) || (y0 >= t.height && y1 >= t.height)) return;
-    drawLine(t.pixels, t.stride, t.width, t.height, x0, y0, x1, y1, colour);
+    agedfilm::drawHairLine(t.pixels, t.stride, t.width, t.height, x0, y0, x1, y1, colour);
 }
 
 // The Bézier curve through a hair's nine control points as 50 lines.
@@ -204,15 +268,18 @@ uint32_t warmGrey(int32_t v) {
 
 }  // namespace
 
-void renderAgedFilm(const FrameContext* ctx, const ParameterBlock* block, double progress,
-                    uint32_t format) {
-    uint32_t* dst = ctx->destination;
-    const uint32_t* src = ctx->source;
-    const int32_t width = ctx->width;
-    const int32_t height = ctx->height;
-    const ptrdiff_t pitch = ctx->stride >> 2;
-    if (!haveBothPictures(dst, src, ctx->stride, width, height, format)) return;
-    if (width <= 0 || height <= 0) return;
+namespace {
+
+// One call's work: the tone map, then the hairs and scratches. The tables
+// advance in every call; a target without pixels (an empty picture, or a
+// frame the entry cannot address) gets the same draws and table updates but
+// no pixel writes.
+void agedFilmFrame(const Target& target, const uint32_t* src, const ParameterBlock* block,
+                   double progress, uint32_t format) {
+    uint32_t* dst = target.pixels;
+    const int32_t width = target.width;
+    const int32_t height = target.height;
+    const ptrdiff_t pitch = target.stride >> 2;
     const bool ayuv = format == kFourccAyuv;
 
     uint32_t s = static_cast<uint32_t>(truncToInt32(progress * 10000.0));
@@ -220,14 +287,11 @@ void renderAgedFilm(const FrameContext* ctx, const ParameterBlock* block, double
     // Counts scale with the width (720 is the reference); the products are
     // formed in 64 bits, so no value of the 32-bit range overflows them.
     // NaN and values beyond that range truncate to INT32_MIN, like every
-    // other conversion: no hairs, the smallest step. A hair's step is at
-    // most the picture's width (beyond the declared range), which keeps
-    // hairs near the picture and their lines short.
+    // other conversion: no hairs, the smallest step.
     const int64_t count = truncToInt32(paramValue(block, 0));
     const int64_t hairs = std::min<int64_t>(5 * count * width / 720, kHairRecords);
     const int64_t size = truncToInt32(paramValue(block, 1));
-    const int32_t S =
-        static_cast<int32_t>(std::min<int64_t>(std::max<int64_t>(size * width / 720, 1), width));
+    const int64_t S = std::max<int64_t>(size * width / 720, 1);
     double tint = paramValue(block, 2);
     if (!(tint >= 0.0)) tint = 0.0;  // NaN counts as 0: neutral
     if (tint > 2.0) tint = 2.0;
@@ -240,7 +304,7 @@ void renderAgedFilm(const FrameContext* ctx, const ParameterBlock* block, double
         ramp[v] = ayuv ? 0xFF000000u | static_cast<uint32_t>(v) << 16 | chroma : warmGrey(v);
     }
 
-    for (int32_t y = 0; y < height; ++y) {
+    for (int32_t y = 0; dst && y < height; ++y) {
         const uint32_t* in = src + y * pitch;
         uint32_t* out = dst + y * pitch;
         if (ayuv) {
@@ -253,7 +317,6 @@ void renderAgedFilm(const FrameContext* ctx, const ParameterBlock* block, double
         }
     }
 
-    const Target target{dst, ctx->stride, width, height};
     const int32_t tick = truncToInt32(progress * 1000.0);
     const bool reseed = tick <= 10 || tick >= 1000;
     const bool regenerateHairs = reseed || (tick & 127) == 0;
@@ -275,18 +338,44 @@ void renderAgedFilm(const FrameContext* ctx, const ParameterBlock* block, double
         }
     }
 
+    // A scratch of a picture with no columns ends at width - 1 = -1 (or
+    // further left for a negative width): it is stored as walked, its
+    // weights are drawn and its writes fall outside the picture.
     int32_t* scratch = agedfilm::scratchTable;
     if (reseed) agedfilm::seedScratches(scratch, &s, width);
     const uint32_t scratchColour = ayuv ? 0xFFE87E80u : 0xFFFDFCFAu;
+    const int64_t lastColumn = int64_t{width} - 1;
     for (int j = 0; j < kScratches; ++j) {
         const double walked = static_cast<double>(unitDraw(nextDraw(&s))) * 11.0 - 5.0 + scratch[j];
-        int32_t column = truncToInt32(walked);
+        int64_t column = truncToInt32(walked);
         if (column < 0) column = 0;
-        if (column > width - 1) column = width - 1;
-        scratch[j] = column;
-        for (int32_t y = 0; y + 2 < height; ++y) {
+        if (column > lastColumn) column = lastColumn;
+        scratch[j] = static_cast<int32_t>(column);
+        const bool visible = dst && column >= 0 && column < width;
+        for (int64_t y = 0; y + 2 < height; ++y) {
+            const int32_t w = byteDraw(nextDraw(&s));
+            if (!visible) continue;
             uint32_t* px = dst + y * pitch + column;
-            *px = blendToward(*px, scratchColour, byteDraw(nextDraw(&s)));
+            *px = blendToward(*px, scratchColour, w);
         }
     }
+}
+
+}  // namespace
+
+void renderAgedFilm(const FrameContext* ctx, const ParameterBlock* block, double progress,
+                    uint32_t format) {
+    uint32_t* dst = ctx->destination;
+    const uint32_t* src = ctx->source;
+    if (!haveBothPictures(dst, src, ctx->stride, ctx->width, ctx->height, format)) return;
+    // An empty active rectangle has no pixels to write, yet its call still
+    // moves the hairs and scratches on.
+    const bool empty = ctx->width <= 0 || ctx->height <= 0;
+    agedFilmFrame(Target{empty ? nullptr : dst, ctx->stride, ctx->width, ctx->height}, src, block,
+                  progress, format);
+}
+
+void advanceAgedFilm(const FrameContext* ctx, const ParameterBlock* block, double progress) {
+    agedFilmFrame(Target{nullptr, 0, ctx->width, ctx->height}, nullptr, block, progress,
+                  kFourccArgb);
 }

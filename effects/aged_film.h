@@ -5,6 +5,9 @@
 
 #include <cstdint>
 
+#include "plugin/frame_context.h"
+#include "plugin/host_records.h"
+
 namespace agedfilm {
 
 inline constexpr int kHairRecords = 1000;
@@ -30,7 +33,11 @@ int32_t byteDraw(uint32_t s);
 
 // New control points for one hair record from the next 19 draws; returns
 // the walk's step (1 ... S).
-int32_t regenerateHair(HairPoint* points, uint32_t* s, int32_t width, int32_t height, int32_t S);
+int32_t regenerateHair(HairPoint* points, uint32_t* s, int32_t width, int32_t height, int64_t S);
+// The line of drawLine (both ends drawn, clipped to the picture), walked
+// only where it crosses the picture: end points up to 2^30 pixels apart.
+void drawHairLine(uint32_t* base, int32_t stride, int32_t width, int32_t height, int32_t x0,
+                  int32_t y0, int32_t x1, int32_t y1, uint32_t colour);
 // Fresh scratch columns from the next three draws.
 void seedScratches(int32_t* scratch, uint32_t* s, int32_t width);
 
@@ -39,3 +46,9 @@ void seedScratches(int32_t* scratch, uint32_t* s, int32_t width);
 uint32_t tintToAyuv(uint32_t argb);
 
 }  // namespace agedfilm
+
+// The table update of one "Aged Film" call for a frame with nothing to draw
+// (the entry cannot address its rows): the same draws, regenerations, crawls
+// and scratch walks as a render of a ctx->width x ctx->height picture, with
+// no pixel written.
+void advanceAgedFilm(const FrameContext* ctx, const ParameterBlock* block, double progress);

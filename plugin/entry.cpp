@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "effects/aged_film.h"
 #include "effects/effects.h"
 #include "plugin/catalogue.h"
 #include "plugin/frame_context.h"
@@ -22,6 +23,7 @@ constexpr double kAspect16x9 = 1.7777777777777777;  // 0x3ffc71c71c71c71c
 // that reads like it is taken for a dangling frame and gets no map.
 constexpr int32_t kReleasedPattern = static_cast<int32_t>(0xFEEEFEEEu);
 
+constexpr uint32_t kAgedFilm = 0;
 constexpr uint32_t kDream = 13;
 constexpr uint32_t kMultiPrismLens = 9;
 
@@ -240,7 +242,6 @@ intptr_t render(PluginCallBlock* block, uint32_t effectIndex) {
     // draw: the call succeeds and writes nothing.
     const HostFrame* target = state->targetFrame;
     if (!inst) return 1;
-    if (!usableGeometry(target)) return 0;
 
     const uint32_t fmt = target->format == kHostFormatAyuv ? kFourccAyuv : kFourccArgb;
 
@@ -256,12 +257,29 @@ intptr_t render(PluginCallBlock* block, uint32_t effectIndex) {
 
     uint32_t* source = state->sourceFrame ? state->sourceFrame->pixels : nullptr;
     FrameContext ctx;
+    if (!usableGeometry(target)) {
+        // "Aged Film" moves its module-wide hairs and scratches on in every
+        // call that has both pictures, whatever their size; only the writes
+        // are left out. The context is built without pictures, so nothing
+        // is painted, just to learn the active size.
+        if (effectIndex == kAgedFilm && target->pixels && source) {
+            makeFrameContext(&ctx, nullptr, nullptr, nullptr, fmt, target->width, target->height,
+                             target->stride, 4, A, D);
+            advanceAgedFilm(&ctx, &state->parameters, state->progress);
+        }
+        return 0;
+    }
     makeFrameContext(&ctx, source, nullptr, target->pixels, fmt, target->width, target->height,
                      target->stride, 4, A, D);
 
-    // An empty active rectangle (a degenerate aspect) leaves only the border.
-    if (effectIndex < static_cast<uint32_t>(kEffectCount) && ctx.width > 0 && ctx.height > 0) {
-        route(effectIndex, inst, ctx, &state->parameters, state->progress, fmt);
+    // An empty active rectangle (a degenerate aspect) leaves only the border;
+    // "Aged Film" still advances its tables.
+    if (effectIndex < static_cast<uint32_t>(kEffectCount)) {
+        if (ctx.width > 0 && ctx.height > 0) {
+            route(effectIndex, inst, ctx, &state->parameters, state->progress, fmt);
+        } else if (effectIndex == kAgedFilm) {
+            renderAgedFilm(&ctx, &state->parameters, state->progress, fmt);
+        }
     }
     return 0;
 }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <cstdio>
 #include <cstring>
 #include <vector>
 
@@ -224,6 +225,80 @@ TEST(AgedFilm, HairCurvesAndCrawlFromTheTable) {
         for (int y = 0; y < 576; ++y) want.at(x, y) = got.at(x, y);
     }
     EXPECT_EQ(got.words, want.words);
+}
+
+// The hair line walks only the steps inside the picture, yet plots exactly
+// the points of the full line: lines far longer than the picture, from and
+// to every side, steep and flat, clipped at each edge.
+TEST(AgedFilm, HairLineIsTheClippedLine) {
+    uint32_t s = 12345;
+    auto coord = [&s](int32_t span) {
+        return static_cast<int32_t>(af::nextDraw(&s) % (2u * span + 1)) - span + 20;
+    };
+    for (const int32_t span : {30, 200, 5000, 100000}) {
+        for (int i = 0; i < 200; ++i) {
+            const int32_t x0 = coord(span), y0 = coord(span), x1 = coord(span), y1 = coord(span);
+            Picture want(41, 29, 48 * 4, kFill), got(41, 29, 48 * 4, kFill);
+            drawLine(want.data(), want.stride, 41, 29, x0, y0, x1, y1, 0xFF123456u);
+            af::drawHairLine(got.data(), got.stride, 41, 29, x0, y0, x1, y1, 0xFF123456u);
+            ASSERT_EQ(got.words, want.words) << x0 << "," << y0 << " " << x1 << "," << y1;
+        }
+    }
+}
+
+// Frame sequences through the entry that start from the tables as the module
+// is loaded. Each runs in a re-executed test program of its own, so whatever
+// ran before in this process cannot have moved the tables.
+struct FreshStep {
+    int32_t width, height;
+    double progress;
+};
+struct FreshSequence {
+    const char* name;
+    double count, size;
+    uint32_t source;
+    std::vector<FreshStep> steps;
+    int32_t x, y;
+    uint32_t want;
+};
+
+void runFreshSequence(const FreshSequence& f) {
+    reelfx::Instance inst(module(), effectIndex("Aged Film"), 100, 100);
+    inst.setParameter("Number of dust particles", f.count);
+    inst.setParameter("Average particle size", f.size);
+    inst.setParameter("Sepia Intensity", 1.0);
+    uint32_t got = 0;
+    for (const FreshStep& step : f.steps) {
+        // An empty picture still has pixel memory: only its size is 0.
+        const size_t words = std::max<size_t>(size_t(step.width) * step.height, 1);
+        std::vector<uint32_t> src(words, f.source), dst(words, kFill);
+        inst.render(src.data(), dst.data(), step.width, step.height, step.width * 4,
+                    {step.progress});
+        if (step.width > f.x && step.height > f.y) got = dst[size_t(f.y) * step.width + f.x];
+    }
+    if (got != f.want) {
+        std::fprintf(stderr, "%s: pixel (%d, %d) is 0x%08X\n", f.name, f.x, f.y, got);
+        std::exit(1);
+    }
+    std::exit(0);
+}
+
+TEST(AgedFilmFreshTables, EveryCallAdvancesTheTables) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const FreshSequence sequences[] = {
+        // A zero-width frame at tick 6 re-seeds and walks the scratches (to
+        // column -1, no writes) and draws their weights.
+        {"empty width", 0, 30, 0xFF808080u, {{100, 100, 0.005}, {0, 100, 0.006}, {100, 100, 0.02}},
+         0, 0, 0xFF928873u},
+        // A zero-height frame at tick 500 crawls 200 x 100's 138 hairs.
+        {"empty height", 100, 30, 0xFF808080u, {{200, 100, 0.005}, {200, 0, 0.5}, {200, 100, 0.501}},
+         49, 0, 0xFF443C2Du},
+        // Step (1000 x 100) / 720 = 138, wider than the picture.
+        {"step beyond the width", 10, 1000, 0xFF808080u, {{100, 100, 0.005}}, 45, 0, 0xFF5A503Cu},
+    };
+    for (const FreshSequence& f : sequences) {
+        EXPECT_EXIT(runFreshSequence(f), ::testing::ExitedWithCode(0), "") << f.name;
+    }
 }
 
 }  // namespace
