@@ -1,0 +1,119 @@
+#!/bin/sh
+# Installing like real software:
+# 1. cmake --install into a temporary prefix: the layout is complete and
+#    every frei0r plug-in loads from there with FREI0R_PATH alone (ffmpeg
+#    renders one frame through each of the 25);
+# 2. the Debian package from cpack is lintian-clean, installs with apt-get,
+#    and then - without FREI0R_PATH - ffmpeg, GStreamer and melt render clips
+#    equal, frame for frame, to the same frames rendered by the reelfx tool
+#    through host/; Kdenlive's descriptions are well-formed and name frei0r
+#    filters that MLT lists;
+# 3. apt-get purge leaves none of the package's files behind.
+# Takes the build folder as its argument (default build/native); runs as root.
+set -eu
+cd "$(dirname "$0")/../.."
+build=${1:-build/native}
+tool=$PWD/$build/reelfx
+arch=$(dpkg-architecture -qDEB_HOST_MULTIARCH)
+tmp=$(mktemp -d)
+trap 'rm -rf "$tmp"' EXIT
+fail() { echo "FAILED: $*" >&2; exit 1; }
+
+slugs=$(ls "$build/frei0r-1" | sed -n 's/^reelfx_\(.*\)\.so$/\1/p')
+[ "$(echo "$slugs" | wc -l)" -eq 25 ] || fail "expected 25 plug-ins in $build/frei0r-1"
+
+echo "-- cmake --install into a temporary prefix"
+P=$tmp/prefix
+cmake --install "$build" --prefix "$P" >/dev/null
+for f in bin/reelfx lib/$arch/libreelfx.so lib/$arch/libresizer.so lib/$arch/libreelfx_frei0r.so \
+         lib/$arch/libreelfx_host.a lib/$arch/pkgconfig/reelfx.pc \
+         include/reelfx/host/host.h include/reelfx/plugin/host_records.h; do
+    [ -f "$P/$f" ] || fail "missing $f"
+done
+[ "$(ls "$P"/lib/frei0r-1/reelfx_*.so | wc -l)" -eq 25 ] || fail "not 25 plug-ins in lib/frei0r-1"
+[ "$(ls "$P"/share/kdenlive/effects/reelfx_*.xml | wc -l)" -eq 25 ] || fail "not 25 Kdenlive descriptions"
+PKG_CONFIG_PATH=$P/lib/$arch/pkgconfig pkg-config --exists reelfx || fail "reelfx.pc"
+for s in $slugs; do
+    env -i PATH="$PATH" FREI0R_PATH="$P/lib/frei0r-1" ffmpeg -hide_banner -loglevel error \
+        -f lavfi -i testsrc2=size=64x48 -frames:v 1 -vf "frei0r=filter_name=reelfx_$s" \
+        -f rawvideo -pix_fmt bgra "$tmp/one.raw" -y || fail "ffmpeg with reelfx_$s from the prefix"
+    [ "$(wc -c <"$tmp/one.raw")" -eq $((64 * 48 * 4)) ] || fail "reelfx_$s: no frame"
+done
+echo "all 25 plug-ins render a frame from the prefix"
+
+echo "-- the Debian package"
+(cd "$build" && rm -f reelfx_*.deb && cpack >/dev/null)
+deb=$(ls "$PWD/$build"/reelfx_*_*.deb)
+lintian --fail-on error,warning "$deb"
+if dpkg -s reelfx >/dev/null 2>&1; then apt-get purge -y reelfx >/dev/null; fi
+DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "$deb" >/dev/null
+files=$(dpkg -L reelfx)
+unset FREI0R_PATH REELFX_MODULE 2>/dev/null || true
+
+# Three frames of 64x48 BGRA, as raw frames, a lossless clip and PNG stills.
+ffmpeg -hide_banner -loglevel error -f lavfi -i "testsrc2=size=64x48:rate=25,format=bgra" \
+    -frames:v 3 -f rawvideo "$tmp/in.raw"
+ffmpeg -hide_banner -loglevel error -f rawvideo -pix_fmt bgra -s 64x48 -r 25 -i "$tmp/in.raw" \
+    -c:v ffv1 -pix_fmt bgra "$tmp/in.mkv"
+ffmpeg -hide_banner -loglevel error -f rawvideo -pix_fmt bgra -s 64x48 -i "$tmp/in.raw" \
+    -start_number 0 "$tmp/in_%d.png"
+# reference EFFECT "PROGRESS0 PROGRESS1 PROGRESS2" PARAMS...: the frames the
+# tool renders through host/, as raw BGRA in $tmp/ref.raw.
+reference() {
+    effect=$1; progress=$2; shift 2
+    : >"$tmp/ref.raw"
+    i=0
+    for t in $progress; do
+        "$tool" render "$effect" "$tmp/in_$i.png" "$@" --progress "$t" -o "$tmp/ref.png" -y \
+            >/dev/null 2>&1 || fail "reelfx render $effect"
+        ffmpeg -hide_banner -loglevel error -i "$tmp/ref.png" -f rawvideo -pix_fmt bgra - >>"$tmp/ref.raw"
+        i=$((i + 1))
+    done
+}
+same() { cmp -s "$tmp/ref.raw" "$1" || fail "$2: frames differ from the host's"; echo "$2: 3 frames equal the host's"; }
+
+reference Lantern "0.5 0.5 0.5" -p "Fading=30" -p "Spot Radius=10.5" -p "AntiAliasing=50"
+ffmpeg -hide_banner -loglevel error -f rawvideo -pix_fmt bgra -s 64x48 -i "$tmp/in.raw" \
+    -vf "frei0r=filter_name=reelfx_lantern:filter_params=0.3|0.5|0.5|0.5" \
+    -f rawvideo -pix_fmt bgra "$tmp/ffmpeg.raw"
+same "$tmp/ffmpeg.raw" "ffmpeg reelfx_lantern"
+
+reference NewsPrint "0.5 0.5 0.5" -p "Resolution=0.3" -p "Dot Shape=Uniform"
+gst-launch-1.0 -q filesrc location="$tmp/in.raw" \
+    ! rawvideoparse width=64 height=48 format=bgra framerate=25/1 \
+    ! frei0r-filter-reelfx-newsprint resolution=0.3 dot-shape=Uniform \
+    ! filesink location="$tmp/gst.raw"
+same "$tmp/gst.raw" "gst-launch-1.0 frei0r-filter-reelfx-newsprint"
+
+# melt: margins on the frame's own size (0.25 x 48 = 12 rows, 0.1 x 64 = 6.4
+# columns, truncated), Progress keyframed 0 -> 1 over the three frames.
+reference "Crop Scale To Fit" "0 0.5 1" -p "Top (Pixel)=12" -p "Left (Pixel)=6"
+printf '%s\n' description=reelfx frame_rate_num=25 frame_rate_den=1 width=64 height=48 \
+    progressive=1 sample_aspect_num=1 sample_aspect_den=1 display_aspect_num=4 \
+    display_aspect_den=3 colorspace=601 >"$tmp/profile"
+melt -silent -profile "$tmp/profile" "$tmp/in.mkv" -filter frei0r.reelfx_crop_scale_to_fit \
+    "Top (Pixel)=0.25" "Left (Pixel)=0.1" "Progress=0=0;2=1" \
+    -consumer "avformat:$tmp/melt.raw" f=rawvideo vcodec=rawvideo pix_fmt=bgra real_time=-1 \
+    >/dev/null 2>&1
+same "$tmp/melt.raw" "melt frei0r.reelfx_crop_scale_to_fit"
+
+# Kdenlive's descriptions: well-formed, each naming a filter MLT lists.
+melt -query filters 2>/dev/null | sed -n 's/^ *- \(frei0r\.reelfx_.*\)$/\1/p' >"$tmp/filters"
+[ "$(wc -l <"$tmp/filters")" -eq 25 ] || fail "MLT does not list 25 reelfx filters"
+for xml in /usr/share/kdenlive/effects/reelfx_*.xml; do
+    xmllint --noout "$xml" || fail "$xml is not well-formed"
+    tag=$(sed -n 's/.*<effect tag="\([^"]*\)".*/\1/p' "$xml")
+    grep -qx "$tag" "$tmp/filters" || fail "$xml names $tag, which MLT does not list"
+done
+echo "25 Kdenlive descriptions, well-formed, naming filters MLT lists"
+"$(command -v reelfx)" list >/dev/null || fail "the installed reelfx tool"
+
+echo "-- apt-get purge"
+DEBIAN_FRONTEND=noninteractive apt-get purge -y reelfx >/dev/null
+left=0
+for f in $files; do
+    if [ -e "$f" ] && [ ! -d "$f" ]; then echo "left behind: $f" >&2; left=1; fi
+done
+[ "$left" -eq 0 ] || fail "files of the package remain"
+[ ! -e /usr/share/kdenlive/effects/reelfx_lantern.xml ] || fail "Kdenlive descriptions remain"
+echo "nothing of the package remains"
