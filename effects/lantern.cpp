@@ -149,8 +149,26 @@ int32_t fadeWeight(double fadeShare, int32_t T) {
 
 struct Shading {
     double aaLow, aaHigh;  // the blend band, an open interval of e
+    bool darkShortcut;     // the band lies above e = -1
+    bool litShortcut;      // the band lies below e = 6.5
     int32_t g;             // fade weight of the source
 };
+
+// The blend is 32-bit signed integer arithmetic as a machine does it: a
+// product or sum that leaves the range wraps, a shift is arithmetic, and
+// the shaded value keeps the low 8 bits when it is stored into its byte.
+// A band beyond 0 < e < 1 ("AntiAliasing" above 100) gives factors outside
+// 0-1 and shaded values outside 0-255.
+int32_t wrapMul(int32_t a, uint32_t b) {
+    return static_cast<int32_t>(static_cast<uint32_t>(a) * b);
+}
+int32_t wrapAdd(int32_t a, int32_t b) {
+    return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
+}
+int32_t wrapSub(int32_t a, int32_t b) {
+    return static_cast<int32_t>(static_cast<uint32_t>(a) - static_cast<uint32_t>(b));
+}
+int32_t shiftDown(int32_t v) { return v >> 16; }  // arithmetic in C++20
 
 // Lights the columns [col0, col1) of the rows [row0, row1).
 template <bool kAyuv>
@@ -180,16 +198,15 @@ void lightStrip(uint32_t* dst, const uint32_t* src, int64_t pitch, int32_t width
             const double rho2 = u * u + v * v;
             const double w = (wCol[i] + wRow + b.zz) * b.k;
             // The rim coordinate e = 2 * (w / rho2 - 1) + 0.5 matters only near
-            // the rim. The band lies inside 0 < e < 1 ("AntiAliasing" is held
-            // at 100 at most), so where rho2 >= 4w (e <= -1) the pixel is dark
-            // and where w >= 4 rho2 (e >= 6.5) it is lit: no division there.
-            // Past both tests w > 0 and rho2 > 0.
+            // the rim. Where rho2 >= 4w, e <= -1 (or e is NaN) and the pixel is
+            // dark; where w >= 4 rho2 (and w > 0), e >= 6.5 and it is lit. Each
+            // shortcut is taken only when the blend band cannot reach it.
             bool band = false;
             bool lit = false;
             double e = 0.0;
-            if (rho2 >= 4.0 * w) {
+            if (sh.darkShortcut && rho2 >= 4.0 * w) {
                 // dark
-            } else if (w >= 4.0 * rho2) {
+            } else if (sh.litShortcut && w >= 4.0 * rho2) {
                 lit = true;
             } else {
                 e = 2.0 * (w / rho2 - 1.0) + 0.5;
@@ -203,30 +220,32 @@ void lightStrip(uint32_t* dst, const uint32_t* src, int64_t pitch, int32_t width
             if constexpr (kAyuv) {
                 uint32_t s;
                 if (band) {
-                    const uint32_t f = static_cast<uint32_t>(truncToInt32(65536.0 * e));
-                    s = ((f * b2) >> 16) + (((65536u - f) * dk) >> 16);
+                    const int32_t f = truncToInt32(65536.0 * e);
+                    s = static_cast<uint32_t>(wrapAdd(shiftDown(wrapMul(f, b2)),
+                                                      shiftDown(wrapMul(wrapSub(65536, f), dk)))) &
+                        0xFF;
                 } else {
                     s = lit ? b2 : dk;
                 }
-                const uint32_t y = ((g * b2) >> 16) + ((keep * s) >> 16);
+                const uint32_t y = (((g * b2) >> 16) + ((keep * s) >> 16)) & 0xFF;
                 out[i] = 0xFF000000u | (y << 16) | (p & 0xFFFFu);
             } else {
                 uint32_t s0, s1, s2;
                 if (band) {
-                    const uint32_t f = static_cast<uint32_t>(truncToInt32(10000.0 * e));
-                    const uint32_t f2 = static_cast<uint32_t>(truncToInt32(10000.0 * (1.0 - e)));
-                    const uint32_t darkPart = f2 * dk / 10000;
-                    s0 = f * b0 / 10000 + darkPart;
-                    s1 = f * b1 / 10000 + darkPart;
-                    s2 = f * b2 / 10000 + darkPart;
+                    const int32_t f = truncToInt32(10000.0 * e);
+                    const int32_t f2 = truncToInt32(10000.0 * (1.0 - e));
+                    const int32_t darkPart = wrapMul(f2, dk) / 10000;
+                    s0 = static_cast<uint32_t>(wrapAdd(wrapMul(f, b0) / 10000, darkPart)) & 0xFF;
+                    s1 = static_cast<uint32_t>(wrapAdd(wrapMul(f, b1) / 10000, darkPart)) & 0xFF;
+                    s2 = static_cast<uint32_t>(wrapAdd(wrapMul(f, b2) / 10000, darkPart)) & 0xFF;
                 } else if (lit) {
                     s0 = b0, s1 = b1, s2 = b2;
                 } else {
                     s0 = s1 = s2 = dk;
                 }
-                const uint32_t o0 = ((keep * s0) >> 16) + ((g * b0) >> 16);
-                const uint32_t o1 = ((keep * s1) >> 16) + ((g * b1) >> 16);
-                const uint32_t o2 = ((keep * s2) >> 16) + ((g * b2) >> 16);
+                const uint32_t o0 = (((keep * s0) >> 16) + ((g * b0) >> 16)) & 0xFF;
+                const uint32_t o1 = (((keep * s1) >> 16) + ((g * b1) >> 16)) & 0xFF;
+                const uint32_t o2 = (((keep * s2) >> 16) + ((g * b2) >> 16)) & 0xFF;
                 out[i] = 0xFF000000u | (o2 << 16) | (o1 << 8) | o0;
             }
         }
@@ -251,13 +270,13 @@ void renderLantern(const FrameContext* ctx, const ParameterBlock* block, double 
     int32_t q =
         static_cast<int32_t>(20u - static_cast<uint32_t>(truncToInt32(paramValue(block, 1))));
     if (q < 1) q = 1;
-    // "AntiAliasing" above 100 would widen the band beyond e in (0, 1), where
-    // the blend factors leave 0-1; it is held at 100. Below 0 (and NaN) the
-    // band is empty: a hard-edged spot, as with 0.
-    const double antiAliasing = std::min(paramValue(block, 2), 100.0);
+    // Below 0 (and NaN) the band is empty: a hard-edged spot, as with 0.
+    // Above 100 it reaches beyond 0 < e < 1 and the blend extrapolates.
     Shading sh{};
-    sh.aaLow = 0.5 - antiAliasing * 0.005;
+    sh.aaLow = 0.5 - paramValue(block, 2) * 0.005;
     sh.aaHigh = 1.0 - sh.aaLow;
+    sh.darkShortcut = sh.aaLow >= -1.0;
+    sh.litShortcut = sh.aaHigh <= 6.5;
     if (format != kFourccArgb && format != kFourccAyuv) return;
 
     // The insets are always 0 in the frames the entry builds; a negative one
