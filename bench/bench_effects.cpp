@@ -20,6 +20,7 @@
 #include <utility>
 #include <vector>
 
+#include "bench/noisy_picture.h"
 #include "host/host.h"
 
 namespace {
@@ -33,27 +34,6 @@ constexpr FrameSize kSizes[] = {{"576", 720, 576}, {"1080", 1920, 1080}, {"2160"
 const reelfx::Module& module() {
     static reelfx::Module m(reelfx::Module::defaultPath());
     return m;
-}
-
-// Smooth diagonal shading with independent noise of -32 to +31 on every channel of
-// every pixel, opaque.
-reelfx::Picture noisyPicture(int32_t w, int32_t h) {
-    reelfx::Picture p(w, h);
-    uint32_t seed = 0x9E3779B9u;
-    for (int32_t y = 0; y < h; ++y) {
-        uint32_t* row = p.row(y);
-        for (int32_t x = 0; x < w; ++x) {
-            const int32_t base[3] = {40 + 170 * x / w, 40 + 170 * y / h, 210 - 85 * (x + y) / (w + h)};
-            uint32_t c = 0xFF000000u;
-            for (int i = 0; i < 3; ++i) {
-                seed = seed * 1664525u + 1013904223u;
-                const int32_t v = base[i] + static_cast<int32_t>(seed >> 26) - 32;
-                c |= static_cast<uint32_t>(v < 0 ? 0 : v > 255 ? 255 : v) << (16 - 8 * i);
-            }
-            row[x] = c;
-        }
-    }
-    return p;
 }
 
 // Source pictures are made once per size and format.

@@ -1,0 +1,373 @@
+#include "bench/models/models.h"
+
+#include <cmath>
+
+namespace models {
+
+namespace {
+
+constexpr double kTwoPi = 6.283185307179586;
+
+// Values stay well inside 32 bits wherever the models convert (initial
+// parameters, byte arithmetic), so a plain conversion truncates as wanted.
+int32_t trunc32(double v) { return static_cast<int32_t>(v); }
+
+int32_t key(uint32_t p) {
+    return (2 * static_cast<int32_t>((p >> 16) & 0xFF) + 5 * static_cast<int32_t>((p >> 8) & 0xFF) +
+            static_cast<int32_t>(p & 0xFF)) >>
+           3;
+}
+
+uint32_t argbToAyuv(uint32_t p) {
+    const int32_t r = (p >> 16) & 0xFF, g = (p >> 8) & 0xFF, b = p & 0xFF;
+    const int32_t v = 128 - trunc32((0.3678 * g + 0.0714 * b) - 0.4392 * r);
+    const int32_t u = 128 - trunc32((0.291 * g - 0.4392 * b) + 0.1482 * r);
+    const int32_t y = 16 + trunc32((0.5041 * g + 0.2568 * r) + 0.097924 * b);
+    return (p & 0xFF000000u) | static_cast<uint32_t>(y & 0xFF) << 16 |
+           static_cast<uint32_t>(u & 0xFF) << 8 | static_cast<uint32_t>(v & 0xFF);
+}
+
+int32_t clampByte(int32_t v) { return v < 0 ? 0 : v > 255 ? 255 : v; }
+
+uint32_t ayuvToArgb(uint32_t p) {
+    const int32_t y = static_cast<int32_t>((p >> 16) & 0xFF) - 16;
+    const int32_t u = static_cast<int32_t>((p >> 8) & 0xFF) - 128;
+    const int32_t v = static_cast<int32_t>(p & 0xFF) - 128;
+    const double ys = 1.164383 * y;
+    const int32_t b = clampByte(trunc32((2.017234 * u + ys) - 0.000135 * v));
+    const int32_t g = clampByte(trunc32(ys - (0.813013 * v + 0.391781 * u)));
+    const int32_t r = clampByte(trunc32((1.596002 * v - 0.000151 * u) + ys));
+    return (p & 0xFF000000u) | static_cast<uint32_t>(r) << 16 | static_cast<uint32_t>(g) << 8 |
+           static_cast<uint32_t>(b);
+}
+
+uint32_t pixelOrZero(const Frame& f, int32_t x, int32_t y) {
+    if (x < 0 || y < 0 || x >= f.w || y >= f.h) return 0;
+    return f.src[static_cast<int64_t>(y) * f.w + x];
+}
+
+uint32_t blockAverage(const Frame& f, int32_t x0, int32_t y0, int32_t x1, int32_t y1) {
+    if (x0 < 0) x0 = 0;
+    if (y0 < 0) y0 = 0;
+    if (x1 > f.w - 1) x1 = f.w - 1;
+    if (y1 > f.h - 1) y1 = f.h - 1;
+    const int32_t n = (x1 - x0) * (y1 - y0) + 1;
+    int32_t s0 = 0, s1 = 0, s2 = 0;
+    for (int32_t y = y0; y < y1; ++y) {
+        for (int32_t x = x0; x < x1; ++x) {
+            const uint32_t p = f.src[static_cast<int64_t>(y) * f.w + x];
+            s0 += p & 0xFF;
+            s1 += (p >> 8) & 0xFF;
+            s2 += (p >> 16) & 0xFF;
+        }
+    }
+    return 0xFF000000u | static_cast<uint32_t>(s2 / n) << 16 | static_cast<uint32_t>(s1 / n) << 8 |
+           static_cast<uint32_t>(s0 / n);
+}
+
+}  // namespace
+
+void newsPrint(const Frame& f) {
+    const double resolution = 0.54, brightness = 0.83, contrast = 1.09;
+    const uint32_t ink = f.ayuv ? 0xFF108080u : 0xFF000000u;
+    const uint32_t paper = f.ayuv ? 0xFFEA8080u : 0xFFFFFFFFu;
+    for (int64_t i = 0; i < static_cast<int64_t>(f.w) * f.h; ++i) f.dst[i] = paper;
+    const int32_t q = trunc32(resolution * 100.0);
+    int32_t n = (f.w / 2) - ((f.w / 2) * q) / 100;
+    if (n == 0) n = 1;
+    if (n < 0) return;
+    const float wc = static_cast<float>(static_cast<double>(f.w) / n);
+    const float hc = static_cast<float>(static_cast<double>(f.h) / n);
+    std::vector<int32_t> cols(static_cast<size_t>(n) + 1), rows(static_cast<size_t>(n) + 1);
+    for (int32_t k = 0; k < n; ++k) {
+        cols[static_cast<size_t>(k)] = trunc32(k * static_cast<double>(wc));
+        rows[static_cast<size_t>(k)] = trunc32(k * static_cast<double>(hc));
+    }
+    cols[static_cast<size_t>(n)] = f.w;
+    rows[static_cast<size_t>(n)] = f.h;
+    const float b = static_cast<float>(brightness);
+    const float scale = static_cast<float>((wc * contrast) * static_cast<double>(0.7f));
+    int32_t spiral[3600][2];
+    for (int32_t i = 0; i < 3600; ++i) {
+        const float rho = static_cast<float>(wc * i * static_cast<double>(1.0f / 3600.0f));
+        const double theta = i * static_cast<double>(1.0f / 57.0f);
+        spiral[i][0] = trunc32(std::cos(theta) * rho);
+        spiral[i][1] = trunc32(std::sin(theta) * rho);
+    }
+    for (int32_t r = 0; r < n; ++r) {
+        for (int32_t c = r & 1; c < n; c += 2) {
+            const int32_t left = cols[static_cast<size_t>(c)], right = cols[static_cast<size_t>(c) + 1];
+            const int32_t top = rows[static_cast<size_t>(r)], bottom = rows[static_cast<size_t>(r) + 1];
+            const int32_t k = key(blockAverage(f, left, top, right, bottom));
+            const int32_t cx = (left + right) >> 1, cy = (top + bottom) >> 1;
+            int32_t length = trunc32((255.0 - 2 * k * b) * scale);
+            if (length > 360) length = 360;
+            for (int32_t j = length - 1; j >= 1; --j) {
+                const int32_t x = cx + spiral[10 * j][0], y = cy + spiral[10 * j][1];
+                if (x >= 0 && x < f.w && y >= 0 && y < f.h) f.dst[static_cast<int64_t>(y) * f.w + x] = ink;
+            }
+        }
+    }
+}
+
+void colorCircleShift(const Frame& f, double progress) {
+    const double offset = 0.5, period = 1.0;
+    const double c2 = 0.7071067811865476, c6 = 0.408248290463863, k = -0.816496580927726;
+    const double theta = ((progress * period) + offset) * kTwoPi;
+    for (int32_t y = 0; y < f.h; ++y) {
+        for (int32_t x = 0; x < f.w; ++x) {
+            uint32_t p = f.src[static_cast<int64_t>(y) * f.w + x];
+            if (f.ayuv) p = ayuvToArgb(p);
+            const int32_t R = (p >> 16) & 0xFF, G = (p >> 8) & 0xFF, B = p & 0xFF;
+            const double m = (R + G + B) * 0.3333333333333333;
+            const double b = B - m, g = G - m, r = R - m;
+            const double u = (b - g) * c2, v = ((b + g) - (r + r)) * c6;
+            const double X = (u + v) * c2, Y = (v - u) * c2;
+            const double rho = std::sqrt((Y * Y) + (X * X));
+            double phi = X != 0.0 ? std::atan(Y / X) : (Y >= 0.0 ? 1.5707963267948966 : -1.5707963267948966);
+            if (X < 0.0) phi += 3.141592653589793;
+            phi += theta;
+            const double X2 = std::cos(phi) * rho, Y2 = std::sin(phi) * rho;
+            const double u2 = (X2 - Y2) * c2, v2 = (Y2 + X2) * c2;
+            const double a = u2 * c2, w = v2 * c6;
+            const int32_t B0 = trunc32(w + a), G0 = trunc32(w - a), R0 = trunc32(v2 * k);
+            const int32_t B1 = clampByte(trunc32(B0 + m)), G1 = clampByte(trunc32(G0 + m)),
+                          R1 = clampByte(trunc32(R0 + m));
+            uint32_t out = (p & 0xFF000000u) | static_cast<uint32_t>(R1) << 16 |
+                           static_cast<uint32_t>(G1) << 8 | static_cast<uint32_t>(B1);
+            if (f.ayuv) out = argbToAyuv(out);
+            f.dst[static_cast<int64_t>(y) * f.w + x] = out;
+        }
+    }
+}
+
+void mosaic(const Frame& f) {
+    const double resolution = 0.5, overlap = 2.0;
+    int32_t n = trunc32(resolution * 10.0);
+    if (n < 1) n = 1;
+    const int32_t K = trunc32(overlap), h = n >> 1;
+    for (int32_t y = 0; y < f.h; y += n) {
+        for (int32_t x = 0; x < f.w; x += n) {
+            const uint32_t s = pixelOrZero(f, x, y);
+            const int32_t ks = key(s);
+            int32_t best = 100000, bx = 0, by = 0;
+            for (int32_t dy = -h; dy <= h; ++dy) {
+                for (int32_t dx = -h; dx <= h; ++dx) {
+                    const int32_t d = key(pixelOrZero(f, x + dx, y + dy)) - ks;
+                    if (d >= 1 && d < best) {
+                        best = d;
+                        bx = dx;
+                        by = dy;
+                    }
+                }
+            }
+            const uint32_t hi = pixelOrZero(f, x + bx, y + by);
+            if (K < 1) continue;
+            for (int32_t py = y + by - h * K; py <= y + by + (h + 1) * K - 1; ++py) {
+                for (int32_t px = x + bx - h * K; px <= x + bx + (h + 1) * K - 1; ++px) {
+                    if (px < 0 || py < 0 || px >= f.w || py >= f.h) continue;
+                    const uint32_t q = pixelOrZero(f, px, py);
+                    f.dst[static_cast<int64_t>(py) * f.w + px] = key(q) - ks > 0 ? hi : s;
+                }
+            }
+        }
+    }
+}
+
+void flood(const Frame& f) {
+    const double intensity = 2.0;
+    int32_t passes = trunc32(intensity);
+    if (passes < 1) passes = 1;
+    const int64_t count = static_cast<int64_t>(f.w) * f.h;
+    std::vector<uint32_t> work(f.src, f.src + count);
+    // No walk writes the edge rows and columns: they keep the source's.
+    for (int32_t y = 0; y < f.h; ++y) {
+        for (int32_t x = 0; x < f.w; ++x) {
+            if (y == 0 || x == 0 || y == f.h - 1 || x == f.w - 1) {
+                f.dst[static_cast<int64_t>(y) * f.w + x] = f.src[static_cast<int64_t>(y) * f.w + x];
+            }
+        }
+    }
+    for (int32_t pass = 0; pass < passes; ++pass) {
+        for (int32_t y = 1; y < f.h - 1; ++y) {
+            for (int32_t x = 1; x < f.w - 1; ++x) {
+                int32_t cx = x, cy = y;
+                for (;;) {
+                    if (cx == 0 || cy == 0 || cx == f.w - 1 || cy == f.h - 1) break;
+                    int32_t best = key(work[static_cast<size_t>(cy * f.w + cx)]);
+                    int32_t nx = -1, ny = -1;
+                    const int32_t around[4][2] = {{cx, cy - 1}, {cx, cy + 1}, {cx - 1, cy}, {cx + 1, cy}};
+                    for (const auto& a : around) {
+                        const int32_t kn = key(work[static_cast<size_t>(a[1] * f.w + a[0])]);
+                        if (kn < best) {
+                            best = kn;
+                            nx = a[0];
+                            ny = a[1];
+                        }
+                    }
+                    if (nx < 0) break;
+                    cx = nx;
+                    cy = ny;
+                    if (best == 0) break;
+                }
+                f.dst[static_cast<int64_t>(y) * f.w + x] = work[static_cast<size_t>(cy * f.w + cx)];
+            }
+        }
+        for (int64_t i = 0; i < count; ++i) work[static_cast<size_t>(i)] = f.dst[i];
+    }
+}
+
+namespace {
+
+struct Tables {
+    uint32_t t[3][256];
+    int32_t bias = 0;
+    int32_t groups = 0;
+};
+
+Tables buildTables(float weight, int32_t n) {
+    Tables tb;
+    for (int32_t i = 0; i < n; i += 3) {
+        float w[3];
+        for (int32_t j = 0; j < 3; ++j) w[j] = i + j < n ? weight : 0.0f;
+        if (i == 0) w[0] = 0.5f * weight;
+        int32_t off[3];
+        for (int32_t j = 0; j < 3; ++j) {
+            off[j] = w[j] < 0 ? trunc32(w[j] * -1024.0) : 0;
+            tb.bias += 2 * off[j];
+        }
+        for (int32_t v = 0; v < 256; ++v) {
+            int32_t field[3];
+            for (int32_t j = 0; j < 3; ++j) {
+                field[j] = (trunc32(w[j] * v * 262144.0 + 32768.0) >> 16) + off[j] + (j == 1 ? 1 : 0);
+            }
+            tb.t[tb.groups][v] = static_cast<uint32_t>(field[0] + (field[1] << 10) + (field[2] << 20));
+        }
+        ++tb.groups;
+    }
+    return tb;
+}
+
+int32_t field(const Tables& tb, int32_t d, uint32_t p, int32_t byte) {
+    const uint32_t v = (p >> (8 * byte)) & 0xFF;
+    return static_cast<int32_t>((tb.t[d / 3][v] >> (10 * (d % 3))) & 0x3FF);
+}
+
+// One line by the written sum over the kernel distances, edges repeated.
+void filterLine(const uint32_t* src, int32_t count, int64_t step, const Tables& tb, uint32_t* dst) {
+    const int32_t radius = 3 * tb.groups - 1;
+    auto at = [&](int32_t i) { return src[(i < 0 ? 0 : i >= count ? count - 1 : i) * step]; };
+    for (int32_t i = 0; i < count; ++i) {
+        uint32_t out = 0;
+        for (int32_t byte = 0; byte < 4; ++byte) {
+            int32_t s = 0;
+            for (int32_t d = 0; d <= radius; ++d) s += field(tb, d, at(i - d), byte) + field(tb, d, at(i + d), byte);
+            int32_t r = (s - tb.bias) >> 2;
+            r = r <= 0 ? 0 : r > 255 ? 255 : r;
+            out |= static_cast<uint32_t>(r) << (8 * byte);
+        }
+        dst[i * step] = out;
+    }
+}
+
+void boxBlur(uint32_t* dst, const uint32_t* src, int32_t w, int32_t h, int32_t code) {
+    static const float kWeights[8] = {0.333333f, 0.2f,      0.142857f, 0.111111f,
+                                      0.090909f, 0.076923f, 0.066667f, 0.058823f};
+    const int32_t n = code - 100;
+    const Tables tb = buildTables(kWeights[n - 2], n);
+    std::vector<uint32_t> mid(static_cast<size_t>(w) * h);
+    for (int32_t y = 0; y < h; ++y) filterLine(src + static_cast<int64_t>(y) * w, w, 1, tb, mid.data() + static_cast<int64_t>(y) * w);
+    for (int32_t x = 0; x < w; ++x) filterLine(mid.data() + x, h, w, tb, dst + x);
+}
+
+int32_t filterCode(int32_t m) { return m < 3 ? 102 : 100 + m; }
+
+}  // namespace
+
+void dream(const Frame& f) {
+    const double blur = 0.0, glare = 0.5;
+    boxBlur(f.dst, f.src, f.w, f.h, filterCode(trunc32(blur * glare * 9.0)));
+    std::vector<uint32_t> g(static_cast<size_t>(f.w) * f.h);
+    boxBlur(g.data(), f.src, f.w, f.h, filterCode(trunc32(glare * 9.0)));
+    for (int64_t i = 0; i < static_cast<int64_t>(f.w) * f.h; ++i) {
+        const uint32_t D = f.dst[i], G = g[static_cast<size_t>(i)];
+        auto byteOf = [](uint32_t p, int k) { return static_cast<int32_t>((p >> (8 * k)) & 0xFF); };
+        int32_t d, t, one, shift;
+        if (f.ayuv) {
+            d = byteOf(G, 2) - byteOf(D, 2);
+            one = 8;
+            shift = 3;
+        } else {
+            d = 28 * (byteOf(G, 0) - byteOf(D, 0)) + 154 * (byteOf(G, 1) - byteOf(D, 1)) +
+                74 * (byteOf(G, 2) - byteOf(D, 2));
+            one = 2048;
+            shift = 11;
+        }
+        if (d < 0) continue;
+        t = d < one ? d : one;
+        uint32_t out = 0;
+        for (int k = 0; k < 4; ++k) {
+            out |= static_cast<uint32_t>((byteOf(G, k) * t + byteOf(D, k) * (one - t)) >> shift) << (8 * k);
+        }
+        f.dst[i] = out;
+    }
+}
+
+void flipXY(const Frame& f) {
+    for (int32_t y = 0; y < f.h; ++y) {
+        for (int32_t x = 0; x < f.w; ++x) {
+            f.dst[static_cast<int64_t>(y) * f.w + (f.w - 1 - x)] = f.src[static_cast<int64_t>(y) * f.w + x];
+        }
+    }
+}
+
+PrismMap buildPrismMap(int32_t w, int32_t h) {
+    const int32_t n = 6;
+    const double centerRadius = 0.5, refraction = 0.75;
+    PrismMap map{w, h, std::vector<int16_t>(static_cast<size_t>(w) * h * 2)};
+    const int32_t halfW = w >> 1, halfH = h >> 1, cx = halfW, cy = halfH;
+    const double halfDiagonal = std::sqrt(static_cast<double>(halfW * halfW + halfH * halfH));
+    const int32_t R = trunc32(halfDiagonal * centerRadius);
+    const double shift = halfDiagonal * refraction;
+    double start[20];
+    int32_t dx[20], dy[20];
+    for (int32_t k = 0; k < n; ++k) {
+        start[k] = (1.0 / n) * k * kTwoPi;
+        const double mid = (1.0 / n) * (k + 0.5) * kTwoPi;
+        dx[k] = -trunc32(shift * std::sin(mid));
+        dy[k] = -trunc32(-shift * std::cos(mid));
+    }
+    for (int32_t row = 0; row < h; ++row) {
+        for (int32_t col = 0; col < w; ++col) {
+            const int32_t X = col - cx, Y = cy - row;
+            int16_t* e = &map.offsets[(static_cast<size_t>(row) * w + col) * 2];
+            if (X * X + (row - cy) * (row - cy) <= R * R) {
+                e[0] = e[1] = 0;
+                continue;
+            }
+            double phi = std::atan2(X, Y);
+            if (phi < 0) phi += kTwoPi;
+            int32_t facet = 0;
+            for (int32_t k = 0; k < n; ++k) {
+                if (start[k] <= phi) facet = k;
+            }
+            e[0] = static_cast<int16_t>(dx[facet]);
+            e[1] = static_cast<int16_t>(dy[facet]);
+        }
+    }
+    return map;
+}
+
+void applyPrismMap(const Frame& f, const PrismMap& map) {
+    const uint32_t fill = f.ayuv ? argbToAyuv(0xFF000000u) : 0xFF000000u;
+    for (int32_t row = 0; row < f.h; ++row) {
+        for (int32_t col = 0; col < f.w; ++col) {
+            const int16_t* e = &map.offsets[(static_cast<size_t>(row) * f.w + col) * 2];
+            const int32_t sx = col + e[0], sy = row + e[1];
+            f.dst[static_cast<int64_t>(row) * f.w + col] =
+                sx >= 0 && sx < f.w && sy >= 0 && sy < f.h ? f.src[static_cast<int64_t>(sy) * f.w + sx] : fill;
+        }
+    }
+}
+
+}  // namespace models
