@@ -1,5 +1,5 @@
 // "Incognito" through the exported entry: the default block grid and the
-// ellipse, the finest grid, empty and clipped regions, noise replayed from
+// ellipse, fine grids, empty and clipped regions, noise replayed from
 // the C library's generator, and the active rectangle.
 #include <gtest/gtest.h>
 
@@ -66,18 +66,75 @@ Picture expected720(const Picture& src, Paint paint, Inside inside) {
     return want;
 }
 
-// "Intensity" 0 (and below) on a 32 x 24 region: 128 blocks of a quarter
-// and a sixth of a pixel. Most are empty; the rest are single pixels, each
-// halved by the + 1 in the divisor, and together they cover the region.
-TEST(Incognito, FinestGridHalvesSinglePixels) {
-    const Picture src = testPicture(64, 48, kFourccArgb);
+// The grid written out for noise 0: n = 128 - (128 q) / 100 blocks per side
+// over the region, every block (r, c) clamped, averaged and painted, in the
+// ellipse for "Shape" 0.
+Picture modelGrid(const Picture& src, double intensity, double xSize, double ySize, int shape) {
+    const int w = src.width, h = src.height;
+    const int64_t q = static_cast<int64_t>(intensity * 100.0);
+    const int64_t n = 128 - (128 * q) / 100;
+    const int rw = static_cast<int>(w * xSize), rh = static_cast<int>(h * ySize);
+    const int cx = w >> 1, cy = h >> 1;
+    const double ox = static_cast<float>(cx - (rw >> 1)), oy = static_cast<float>(cy - (rh >> 1));
+    const double a = std::max(rw >> 1, 1), b = std::max(rh >> 1, 1);
+    const double bw = static_cast<float>(double(rw) / double(n));
+    const double bh = static_cast<float>(double(rh) / double(n));
     Picture want = src;
-    for (int y = 12; y < 36; ++y) {
-        for (int x = 16; x < 48; ++x) want.at(x, y) = 0xFF000000u | (src.at(x, y) >> 1 & 0x7F7F7Fu);
+    // Far too many blocks to walk: each is under a pixel, so every pixel
+    // from the first block's edge to the last one's is a block of its own.
+    const bool pixels = n > 100000;
+    const int64_t rows = pixels ? h : n, cols = pixels ? w : n;
+    for (int64_t r = 0; r < rows; ++r) {
+        int y0 = std::max(static_cast<int>(r * bh + oy), 0);
+        int y1 = std::min(static_cast<int>((r + 1) * bh + oy), h);
+        if (pixels) {
+            y0 = static_cast<int>(r);
+            y1 = r >= static_cast<int>(oy) && r < static_cast<int>(n * bh + oy) ? y0 + 1 : y0;
+        }
+        for (int64_t c = 0; c < cols && y0 < y1; ++c) {
+            int x0 = std::max(static_cast<int>(c * bw + ox), 0);
+            int x1 = std::min(static_cast<int>((c + 1) * bw + ox), w);
+            if (pixels) {
+                x0 = static_cast<int>(c);
+                x1 = c >= static_cast<int>(ox) && c < static_cast<int>(n * bw + ox) ? x0 + 1 : x0;
+            }
+            if (x0 >= x1) continue;
+            const uint32_t colour = block(src, x0, y0, x1, y1);
+            for (int y = y0; y < y1; ++y) {
+                for (int x = x0; x < x1; ++x) {
+                    const double dx = x - cx, dy = y - cy;
+                    if (shape != 0 || dy * dy / (b * b) + dx * dx / (a * a) < 1.0) {
+                        want.at(x, y) = colour;
+                    }
+                }
+            }
+        }
     }
-    for (double intensity : {0.0, -3.0}) {
-        EXPECT_EQ(renderEffect("Incognito", src, {{"Intensity", intensity}}).target.words,
-                  want.words);
+    return want;
+}
+
+// Grids finer than 128 follow the formula: "Intensity" -1 gives 256
+// one-pixel blocks per side (a flat 0x80 picture becomes 0x40 all over),
+// -7 gives 1024 blocks of 2.5 pixels over a region wider than the picture.
+// Beyond 1024 only the blocks inside the picture are visited, with the same
+// pixels: 2688 blocks of 2.4 pixels, and 1.28e8 blocks of a sub-pixel size
+// (whose last edge, n times the rounded block size, ends a pixel short).
+TEST(Incognito, FineGridsFollowTheFormula) {
+    const Picture flat(256, 256, 0, 0xFF808080u);
+    const auto one = renderEffect("Incognito", flat,
+                                  {{"Intensity", -1.0}, {"X Size", 1.0}, {"Y Size", 1.0}});
+    EXPECT_EQ(std::count(one.target.words.begin(), one.target.words.end(), 0xFF404040u),
+              256 * 256);
+    const Picture src = testPicture(64, 48, kFourccArgb);
+    const std::tuple<double, double, double, int> cases[] = {
+        {0.0, 0.5, 0.5, 1}, {-7.0, 40.0, 0.7, 0}, {-20.0, 100.0, 0.3, 0}, {-20.0, 0.9, 0.6, 1},
+        {-1e6, 0.5, 0.5, 0}};
+    for (const auto& [intensity, xSize, ySize, shape] : cases) {
+        const auto r = renderEffect("Incognito", src,
+                                    {{"Intensity", intensity}, {"X Size", xSize},
+                                     {"Y Size", ySize}, {"Shape", double(shape)}});
+        EXPECT_EQ(r.target.words, modelGrid(src, intensity, xSize, ySize, shape).words)
+            << intensity << " " << xSize << " " << ySize << " " << shape;
     }
 }
 
