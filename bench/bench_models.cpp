@@ -96,6 +96,9 @@ int main(int argc, char** argv) {
         {"Flood", models::flood},
         {"Dream", models::dream},
         {"Flip XY", models::flipXY},
+        {"Greyscale", models::greyscale},
+        {"Night Vision", models::nightVision},
+        {"Binoculars", models::binoculars},
     };
 
     std::printf("module against -O1 transcriptions: %dx%d, initial parameters, progress %.1f, "

@@ -41,6 +41,18 @@ uint32_t ayuvToArgb(uint32_t p) {
            static_cast<uint32_t>(b);
 }
 
+uint32_t frameToArgb(uint32_t p, bool ayuv) { return ayuv ? ayuvToArgb(p) : p; }
+uint32_t argbToFrame(uint32_t p, bool ayuv) { return ayuv ? argbToAyuv(p) : p; }
+
+uint32_t mixPixel(uint32_t a, uint32_t b, double t) {
+    uint32_t out = 0;
+    for (int k = 0; k < 32; k += 8) {
+        const int32_t ak = (a >> k) & 0xFF, bk = (b >> k) & 0xFF;
+        out |= static_cast<uint32_t>(trunc32(((bk - ak) * t) + ak) & 0xFF) << k;
+    }
+    return out;
+}
+
 uint32_t pixelOrZero(const Frame& f, int32_t x, int32_t y) {
     if (x < 0 || y < 0 || x >= f.w || y >= f.h) return 0;
     return f.src[static_cast<int64_t>(y) * f.w + x];
@@ -366,6 +378,70 @@ void applyPrismMap(const Frame& f, const PrismMap& map) {
             const int32_t sx = col + e[0], sy = row + e[1];
             f.dst[static_cast<int64_t>(row) * f.w + col] =
                 sx >= 0 && sx < f.w && sy >= 0 && sy < f.h ? f.src[static_cast<int64_t>(sy) * f.w + sx] : fill;
+        }
+    }
+}
+
+void greyscale(const Frame& f) {
+    const double e = 1.0;  // "Intensity" 1, profile "Constant"
+    const uint32_t K = 0xFFFFFFFFu;
+    const int32_t R = (K >> 16) & 0xFF, G = (K >> 8) & 0xFF, B = K & 0xFF;
+    uint32_t table[220];
+    for (int32_t i = 0; i < 220; ++i) {
+        table[i] = argbToFrame(0xFF000000u | static_cast<uint32_t>((i * R) / 219) << 16 |
+                                   static_cast<uint32_t>((i * G) / 219) << 8 | static_cast<uint32_t>((i * B) / 219),
+                               f.ayuv);
+    }
+    const double lo[4] = {f.ayuv ? 16.0 : 0.0, f.ayuv ? 16.0 : 0.0, f.ayuv ? 16.0 : 0.0, 0.0};
+    const double hi[4] = {f.ayuv ? 240.0 : 255.0, f.ayuv ? 240.0 : 255.0, f.ayuv ? 235.0 : 255.0, 255.0};
+    for (int32_t y = 0; y < f.h; ++y) {
+        for (int32_t x = 0; x < f.w; ++x) {
+            const uint32_t s = f.src[static_cast<int64_t>(y) * f.w + x];
+            int32_t L = ((f.ayuv ? s : argbToAyuv(s)) >> 16) & 0xFF;
+            L = L < 16 ? 16 : L > 235 ? 235 : L;
+            const uint32_t t = table[L - 16];
+            uint32_t m = 0;
+            for (int k = 0; k < 4; ++k) {
+                const int32_t sk = (s >> (8 * k)) & 0xFF, tk = (t >> (8 * k)) & 0xFF;
+                double c = ((tk - sk) * e) + sk;
+                c = c < lo[k] ? lo[k] : c > hi[k] ? hi[k] : c;
+                m |= static_cast<uint32_t>(trunc32(c)) << (8 * k);
+            }
+            f.dst[static_cast<int64_t>(y) * f.w + x] = (m & 0xFFFFFFu) | (s & 0xFF000000u);
+        }
+    }
+}
+
+void nightVision(const Frame& f) {
+    const double I = 1.0, M = 0.0, K = 1.0, Z = 0.0;
+    for (int32_t y = 0; y < f.h; ++y) {
+        for (int32_t x = 0; x < f.w; ++x) {
+            const uint32_t s = f.src[static_cast<int64_t>(y) * f.w + x];
+            const uint32_t p = frameToArgb(s, f.ayuv);
+            const int32_t R = (p >> 16) & 0xFF, G = (p >> 8) & 0xFF;
+            const double b = Z * 255.0;
+            const double level = ((((G - b) - (R - b)) * M) + (R - b)) * K + b;
+            const int32_t g = clampByte(trunc32(level));
+            const uint32_t q = argbToFrame((p & 0xFF000000u) | static_cast<uint32_t>(g) << 8, f.ayuv);
+            f.dst[static_cast<int64_t>(y) * f.w + x] = mixPixel(s, q, I);
+        }
+    }
+}
+
+void binoculars(const Frame& f) {
+    const double Rf = 0.5, Df = 0.3;
+    const uint32_t bg = argbToFrame(0u, f.ayuv) | 0xFF000000u;
+    const double r = std::sqrt((((f.w * f.w + f.h * f.h) * Rf) * Rf) * 0.25);
+    const double d = r * Df;
+    const int32_t cx = f.w >> 1, cy = f.h >> 1;
+    for (int32_t y = 0; y < f.h; ++y) {
+        const int32_t dy = y - cy;
+        for (int32_t x = 0; x < f.w; ++x) {
+            const double mL = r - std::sqrt((x - (cx - d)) * (x - (cx - d)) + dy * dy);
+            const double mR = r - std::sqrt((x - (cx + d)) * (x - (cx + d)) + dy * dy);
+            const double m = mL > mR ? mL : mR;
+            const uint32_t s = f.src[static_cast<int64_t>(y) * f.w + x];
+            f.dst[static_cast<int64_t>(y) * f.w + x] = m >= 1.0 ? s : m <= 0.0 ? bg : mixPixel(bg, s, m);
         }
     }
 }

@@ -27,6 +27,9 @@ void mosaic(const Frame& f);
 void flood(const Frame& f);
 void dream(const Frame& f);
 void flipXY(const Frame& f);  // "Flip Y Axis" only, the initial choice
+void greyscale(const Frame& f);
+void nightVision(const Frame& f);
+void binoculars(const Frame& f);
 
 // Multi-Prism Lens: the map is built once per geometry (not timed), the
 // apply pass per frame.
