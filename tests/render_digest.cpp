@@ -247,6 +247,9 @@ int main(int argc, char** argv) {
                 digest.run({e, f, s, &kFull, {}, {0.0, 0.37, 1.0}});
             }
             digest.run({e, f, {720, 576, 0}, &kFull, {}, {0.5}});
+            // Rows and columns longer than a 2048-pixel working line.
+            digest.run({e, f, {2100, 3, 1}, &kFull, {}, {0.5}});
+            digest.run({e, f, {3, 2100, 0}, &kFull, {}, {0.5}});
             digest.run({e, f, {16, 9, 0}, &kFull, {}, {0.5}, false});
             // Letterboxing and pillarboxing.
             digest.run({e, f, {160, 120, 1}, &kLetterbox, {}, {0.2, 0.8}});
