@@ -99,12 +99,14 @@ int main(int argc, char** argv) {
         {"Greyscale", models::greyscale},
         {"Night Vision", models::nightVision},
         {"Binoculars", models::binoculars},
+        {"Stained Glass", models::stainedGlass},
+        {"Random-Rotate Squares", models::randomRotateSquares},
     };
 
     std::printf("module against -O1 transcriptions: %dx%d, initial parameters, progress %.1f, "
                 "median of %d rounds, thread CPU ms per frame\n",
                 w, h, progress, rounds);
-    std::printf("%-20s %-5s %10s %10s %7s  %s\n", "effect", "fmt", "module ms", "model ms", "ratio", "output");
+    std::printf("%-22s %-5s %10s %10s %7s  %s\n", "effect", "fmt", "module ms", "model ms", "ratio", "output");
     int status = 0;
     for (const bool ayuv : {false, true}) {
         const uint32_t format = ayuv ? kFourccAyuv : kFourccArgb;
@@ -140,7 +142,7 @@ int main(int argc, char** argv) {
                 modelMs.push_back(threadCpuMs() - t);
             }
             const double a = median(moduleMs), b = median(modelMs);
-            std::printf("%-20s %-5s %10.2f %10.2f %7.2f  %s\n", c.effect, ayuv ? "AYUV" : "ARGB", a, b,
+            std::printf("%-22s %-5s %10.2f %10.2f %7.2f  %s\n", c.effect, ayuv ? "AYUV" : "ARGB", a, b,
                         a > 0 ? b / a : 0.0, output);
             std::fflush(stdout);
         }

@@ -446,4 +446,99 @@ void binoculars(const Frame& f) {
     }
 }
 
+void stainedGlass(const Frame& f) {
+    const double intensity = 15.0;
+    int32_t G = trunc32(intensity);
+    if (G == 0) G = 1;
+    const float cw = static_cast<float>(static_cast<double>(f.w) / G);
+    const float ch = static_cast<float>(static_cast<double>(f.h) / G);
+    std::vector<int32_t> cols(static_cast<size_t>(G) + 1), rows(static_cast<size_t>(G) + 1);
+    for (int32_t k = 0; k < G; ++k) {
+        cols[static_cast<size_t>(k)] = trunc32(k * static_cast<double>(cw));
+        rows[static_cast<size_t>(k)] = trunc32(k * static_cast<double>(ch));
+    }
+    cols[static_cast<size_t>(G)] = f.w;
+    rows[static_cast<size_t>(G)] = f.h;
+    const size_t cells = static_cast<size_t>(G) * G;
+    std::vector<int32_t> seedX(cells), seedY(cells);
+    std::vector<uint32_t> colour(cells);
+    for (int32_t r = 0; r < G; ++r) {
+        for (int32_t c = 0; c < G; ++c) {
+            const size_t i = static_cast<size_t>(r * G + c);
+            colour[i] = blockAverage(f, cols[static_cast<size_t>(c)], rows[static_cast<size_t>(r)],
+                                     cols[static_cast<size_t>(c) + 1], rows[static_cast<size_t>(r) + 1]);
+            int32_t best = 256;
+            seedX[i] = cols[static_cast<size_t>(c)];
+            seedY[i] = rows[static_cast<size_t>(r)];
+            for (int32_t y = rows[static_cast<size_t>(r)]; y < rows[static_cast<size_t>(r) + 1]; ++y) {
+                for (int32_t x = cols[static_cast<size_t>(c)]; x < cols[static_cast<size_t>(c) + 1]; ++x) {
+                    const int32_t k = key(f.src[static_cast<int64_t>(y) * f.w + x]);
+                    if (k < best) {
+                        best = k;
+                        seedX[i] = x;
+                        seedY[i] = y;
+                    }
+                }
+            }
+        }
+    }
+    static const int32_t kAround[9][2] = {{0, 0}, {-1, -1}, {-1, 1}, {-1, 0}, {1, -1}, {1, 1}, {1, 0}, {0, -1}, {0, 1}};
+    for (int32_t r = 0; r < G; ++r) {
+        for (int32_t c = 0; c < G; ++c) {
+            for (int32_t y = rows[static_cast<size_t>(r)]; y < rows[static_cast<size_t>(r) + 1]; ++y) {
+                for (int32_t x = cols[static_cast<size_t>(c)]; x < cols[static_cast<size_t>(c) + 1]; ++x) {
+                    int32_t bestD = 0;
+                    size_t chosen = 0;
+                    for (int32_t n = 0; n < 9; ++n) {
+                        int32_t rr = r + kAround[n][0], cc = c + kAround[n][1];
+                        rr = rr < 0 ? 0 : rr > G - 1 ? G - 1 : rr;
+                        cc = cc < 0 ? 0 : cc > G - 1 ? G - 1 : cc;
+                        const size_t i = static_cast<size_t>(rr * G + cc);
+                        const int32_t d = (x - seedX[i]) * (x - seedX[i]) + (y - seedY[i]) * (y - seedY[i]);
+                        if (n == 0 || d <= bestD) {
+                            bestD = d;
+                            chosen = i;
+                        }
+                    }
+                    f.dst[static_cast<int64_t>(y) * f.w + x] = colour[chosen];
+                }
+            }
+        }
+    }
+}
+
+void randomRotateSquares(const Frame& f) {
+    const double scale = 0.5;
+    const uint32_t fill = f.ayuv ? 0xFF108080u : 0xFF000000u;
+    int32_t n = trunc32(std::exp2(scale * std::log2(static_cast<double>(f.w))));
+    if (n < 1) n = 1;
+    if (n > f.w) n = f.w;
+    uint32_t g = 2002;
+    for (int32_t y0 = 0; y0 < f.h; y0 += n) {
+        for (int32_t x0 = 0; x0 < f.w; x0 += n) {
+            g = g * 1664525u + 1013904223u;
+            const int32_t mode = (static_cast<int32_t>(g % 256) - 1) & 6;
+            for (int32_t i = 0; i < n; ++i) {
+                for (int32_t j = 0; j < n; ++j) {
+                    if (x0 + j >= f.w || y0 + i >= f.h) continue;
+                    int32_t sx = x0 + j, sy = y0 + i;
+                    if (mode == 2) {
+                        sx = x0 + i;
+                        sy = y0 + n - 1 - j;
+                    } else if (mode == 4) {
+                        sx = x0 + n - 1 - j;
+                        sy = y0 + n - 1 - i;
+                    } else if (mode == 6) {
+                        sx = x0 + n - 1 - i;
+                        sy = y0 + j;
+                    }
+                    const bool inside = sx >= 0 && sy >= 0 && sx < f.w && sy < f.h;
+                    f.dst[static_cast<int64_t>(y0 + i) * f.w + x0 + j] =
+                        inside ? f.src[static_cast<int64_t>(sy) * f.w + sx] : fill;
+                }
+            }
+        }
+    }
+}
+
 }  // namespace models

@@ -30,6 +30,8 @@ void flipXY(const Frame& f);  // "Flip Y Axis" only, the initial choice
 void greyscale(const Frame& f);
 void nightVision(const Frame& f);
 void binoculars(const Frame& f);
+void stainedGlass(const Frame& f);
+void randomRotateSquares(const Frame& f);
 
 // Multi-Prism Lens: the map is built once per geometry (not timed), the
 // apply pass per frame.
