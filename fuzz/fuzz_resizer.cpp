@@ -12,8 +12,8 @@
 // triangle filter never leaves the range of the source's channel values.
 //
 // Cost per input is bounded: source and destination together hold at most
-// 2^19 pixels (larger sizes shrink to 64 on a side); sizes above 48 on a side are
-// chosen for one call in 32.
+// 2^18 pixels (larger sizes shrink to 64 on a side); sizes above 48 on a side are
+// chosen for one size in 128.
 #include "fuzz/fuzz_support.h"
 #include "pixel/resizer.h"
 
@@ -23,7 +23,7 @@ using fuzz::GuardedPicture;
 
 constexpr uint32_t kArgb = 0x41524742;
 constexpr uint32_t kAyuv = 0x41595556;
-constexpr int64_t kPixelBudget = int64_t{1} << 19;
+constexpr int64_t kPixelBudget = int64_t{1} << 18;
 
 uint32_t pickFourCC(FuzzedDataProvider& in) {
     switch (in.ConsumeIntegralInRange<int>(0, 4)) {
@@ -34,7 +34,7 @@ uint32_t pickFourCC(FuzzedDataProvider& in) {
 }
 
 void pickSize(FuzzedDataProvider& in, int32_t& w, int32_t& h) {
-    switch (in.ConsumeIntegralInRange<int>(0, 31)) {
+    switch (in.ConsumeIntegralInRange<int>(0, 127)) {
         case 0:
             w = in.ConsumeIntegralInRange<int32_t>(-3, 1);
             h = in.ConsumeIntegralInRange<int32_t>(-3, 2);

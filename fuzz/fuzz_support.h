@@ -100,13 +100,13 @@ public:
         if (!empty()) fillPixels(origin(), width_, height_, stride_, seed, kind);
     }
     // Pixel (x, y) as a word (rows may start at any byte).
-    uint32_t at(int32_t x, int32_t y) const {
+    __attribute__((no_sanitize("coverage"))) uint32_t at(int32_t x, int32_t y) const {
         uint32_t v;
         std::memcpy(&v, bytes_.data() + origin_ + static_cast<ptrdiff_t>(y) * stride_ + 4 * x, 4);
         return v;
     }
     // Byte offset of pixel (x, y) in bytes().
-    size_t offsetOf(int32_t x, int32_t y) const {
+    __attribute__((no_sanitize("coverage"))) size_t offsetOf(int32_t x, int32_t y) const {
         return static_cast<size_t>(origin_ + static_cast<ptrdiff_t>(y) * stride_ + 4 * x);
     }
     // Rows that neither overlap nor run backwards: every byte belongs to at
