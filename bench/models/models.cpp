@@ -382,9 +382,8 @@ void applyPrismMap(const Frame& f, const PrismMap& map) {
     }
 }
 
-void greyscale(const Frame& f) {
+void toneMap(const Frame& f, uint32_t K) {
     const double e = 1.0;  // "Intensity" 1, profile "Constant"
-    const uint32_t K = 0xFFFFFFFFu;
     const int32_t R = (K >> 16) & 0xFF, G = (K >> 8) & 0xFF, B = K & 0xFF;
     uint32_t table[220];
     for (int32_t i = 0; i < 220; ++i) {
@@ -538,6 +537,22 @@ void randomRotateSquares(const Frame& f) {
                 }
             }
         }
+    }
+}
+
+void fade(const Frame& f, uint32_t colour, double progress) {
+    const double amount = progress;  // "Direction" "Video To Color", the initial choice
+    const int32_t alpha = trunc32(255 * amount) & 0xFF;
+    const uint32_t block = argbToFrame((colour & 0xFFFFFFu) | static_cast<uint32_t>(alpha) << 24, f.ayuv);
+    for (int64_t i = 0; i < static_cast<int64_t>(f.w) * f.h; ++i) f.dst[i] = f.src[i];
+    for (int64_t i = 0; i < static_cast<int64_t>(f.w) * f.h; ++i) {
+        const uint32_t d = f.dst[i];
+        uint32_t out = d & 0xFF000000u;
+        for (int k = 0; k < 24; k += 8) {
+            const int32_t sk = (block >> k) & 0xFF, dk = (d >> k) & 0xFF;
+            out |= static_cast<uint32_t>((sk * alpha + dk * (255 - alpha) + 127) / 255) << k;
+        }
+        f.dst[i] = out;
     }
 }
 

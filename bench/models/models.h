@@ -27,10 +27,13 @@ void mosaic(const Frame& f);
 void flood(const Frame& f);
 void dream(const Frame& f);
 void flipXY(const Frame& f);  // "Flip Y Axis" only, the initial choice
-void greyscale(const Frame& f);
+void toneMap(const Frame& f, uint32_t scalingColour);  // Greyscale, Sepiascale, Colorscale
 void nightVision(const Frame& f);
 void binoculars(const Frame& f);
 void stainedGlass(const Frame& f);
+// The fades: a copy, then the fade colour mixed in by the fade amount, each
+// channel rounded to the nearest level as the companion library does.
+void fade(const Frame& f, uint32_t colour, double progress);
 void randomRotateSquares(const Frame& f);
 
 // Multi-Prism Lens: the map is built once per geometry (not timed), the
