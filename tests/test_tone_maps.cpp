@@ -44,8 +44,9 @@ TEST(ToneMaps, WorkedPixels) {
     const std::vector<uint32_t> ayuv = {0x40000000u, 0x80FF0505u, 0xFF00FFFFu, 0x12EEF1F0u, 0xFF7D8080u};
     // clang-format on
     auto check = [&](int t, uint32_t format, double intensity, const std::vector<uint32_t>& want) {
-        Picture src(5, 1);
-        src.words = format == kFourccArgb ? argb : ayuv;
+        Picture src(5, 1, 5 * 4 + 8, kFill);  // the target's stride
+        const auto& words = format == kFourccArgb ? argb : ayuv;
+        std::copy(words.begin(), words.end(), src.words.begin());
         const Picture got = tone(t, &src, {.progress = 0.3, .format = format}, intensity, 0, 5, 1);
         EXPECT_EQ(std::vector<uint32_t>(got.words.begin(), got.words.begin() + 5), want)
             << kToneMaps[t] << " " << intensity;
