@@ -1,13 +1,15 @@
 // "NewsPrint": grid size, cell boundaries and mark sizes (white-box), the
-// marks through the entry, the "Dot Shape" choice, plain-paper cases and
-// the active rectangle.
+// marks through the entry, values beyond their ranges, fine grids, the
+// "Dot Shape" choice and plain-paper cases.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
 #include <set>
+#include <tuple>
 #include <utility>
+#include <vector>
 
 #include "effects/newsprint.h"
 #include "pixel/block.h"
@@ -50,9 +52,11 @@ TEST(NewsPrint, GridAndMarkSizes) {
     EXPECT_EQ(np::gridSize(720, 1.0), 1);
     EXPECT_EQ(np::gridSize(1, 0.54), 1);   // 0 becomes 1
     EXPECT_LT(np::gridSize(720, 1.5), 0);  // an empty grid
-    // Our reading below -1 (and for NaN): cells stop at one pixel.
-    EXPECT_EQ(np::gridSize(720, -1e300), 720);
-    EXPECT_EQ(np::gridSize(721, kNan), 720);
+    // Below -1 the cells are narrower than a pixel; NaN and values beyond 32
+    // bits truncate to INT32_MIN.
+    EXPECT_EQ(np::gridSize(100, -1.5), 125);
+    EXPECT_EQ(np::gridSize(720, -1e300), 360 + 360 * int64_t{2147483648} / 100);
+    EXPECT_EQ(np::gridSize(721, kNan), 360 + 360 * int64_t{2147483648} / 100);
 
     const float wc = np::cellSize(720, 166), hc = np::cellSize(576, 166);
     EXPECT_EQ(wc, 4.3373494f);
@@ -78,9 +82,119 @@ TEST(NewsPrint, GridAndMarkSizes) {
     // "Brightness" 2: no circle from key 128, no spiral from key 64.
     EXPECT_LT(np::circleRadius(128, 2.0f, circle), 1);
     EXPECT_LT(np::spiralLength(64, 2.0f, spiral), 1);
-    // Our reading: "Brightness" and "Contrast" work in 0 ... 2, NaN as 0.
-    EXPECT_EQ(np::brightnessFactor(kNan), 0.0f);
-    EXPECT_EQ(np::contrastFactor(1e300), 2.0);
+    // No circle where k x B >= 255, also where a negative scale would turn
+    // the negative size into a positive radius; spirals have no such rule.
+    EXPECT_EQ(np::brightnessFactor(2.5), 2.5f);
+    EXPECT_EQ(np::circleRadius(112, 2.5f, -circle), 0);
+    EXPECT_EQ(np::circleRadius(255, 1.0f, -circle), 0);
+    EXPECT_EQ(np::circleRadius(255, -1.0f, circle), 9);  // 510 x scale
+    EXPECT_EQ(np::spiralLength(255, 0.83f, -spiral), 359);
+    // A length beyond 32 bits (or NaN) truncates to INT32_MIN: no mark.
+    EXPECT_LT(np::spiralLength(0, 0.83f, 1e30f), 1);
+    EXPECT_LT(np::spiralLength(0, kNan, spiral), 1);
+}
+
+// Values beyond the declared ranges follow the formulas (16 x 16 and 64 x 64
+// pictures are one cell; 100 x 20 at "Resolution" -1.5 has 125 cells per
+// side, most of them empty).
+TEST(NewsPrint, ValuesBeyondTheirRanges) {
+    struct Case {
+        int32_t w, h;
+        uint32_t source;
+        double resolution, brightness, contrast, shape;
+        int32_t x, y;
+        uint32_t want;
+    };
+    const Case cases[] = {
+        {16, 16, 0xFF707070u, 1, 2.5, 1.09, 0, 8, 8, kPaper},  // k x B = 280: no mark
+        {16, 16, kPaper, 1, -1, 0.5, 0, 0, 0, kInk},           // 255 + 255 = 510
+        {64, 64, kPaper, 1, 0.83, 2.5, 0, 32, 6, kInk},        // radius 27
+        {64, 64, kPaper, 1, 0.83, -0.02, 1, 32, 32, kInk},     // negative size x negative scale
+        {100, 20, 0xFF808080u, -1.5, 0.83, 1.09, 0, 0, 0, kPaper},
+    };
+    for (const Case& c : cases) {
+        const Picture r = render(Picture(c.w, c.h, 0, c.source),
+                                 {{"Resolution", c.resolution},
+                                  {"Brightness", c.brightness},
+                                  {"Contrast", c.contrast}},
+                                 c.shape);
+        EXPECT_EQ(r.at(c.x, c.y), c.want) << c.resolution << " " << c.brightness << " "
+                                          << c.contrast << " " << c.shape;
+    }
+}
+
+// The halftone written out cell by cell: N from the formula, the boundaries,
+// the block average and key, and the mark (midpoint circle of lines, or
+// every tenth spiral point).
+Picture modelNewsPrint(const Picture& src, double resolution, double brightness, double contrast,
+                       bool spirals) {
+    const int32_t w = src.width, h = src.height;
+    Picture want(w, h, src.stride, kFill);
+    for (int32_t y = 0; y < h; ++y) std::fill_n(want.row(y), w, kPaper);
+    const int64_t half = w / 2, q = static_cast<int64_t>(resolution * 100.0);
+    const int64_t n = std::max<int64_t>(half - half * q / 100, 1);
+    const float cw = static_cast<float>(double(w) / double(n));
+    const float ch = static_cast<float>(double(h) / double(n));
+    const float b = static_cast<float>(brightness);
+    const float scale = static_cast<float>(double(cw) * contrast *
+                                           (spirals ? double(0.7f) : double(1.0f / 255.0f)));
+    auto edge = [n](int64_t k, float size, int32_t extent) {
+        return k >= n ? extent : static_cast<int32_t>(double(k) * size);
+    };
+    // Spiral point 10 x j, j = 0 ... 359.
+    std::vector<std::pair<int32_t, int32_t>> dots;
+    for (int j = 0; j < 360; ++j) {
+        const float rho = static_cast<float>(double(cw) * (10 * j) * double(1.0f / 3600.0f));
+        const double theta = 10 * j * double(1.0f / 57.0f);
+        dots.emplace_back(int32_t(fxCos(theta) * rho), int32_t(fxSin(theta) * rho));
+    }
+    for (int64_t r = 0; r < n; ++r) {
+        const int32_t top = edge(r, ch, h), bottom = edge(r + 1, ch, h);
+        for (int64_t c = r & 1; c < n; c += 2) {
+            const int32_t left = edge(c, cw, w), right = edge(c + 1, cw, w);
+            const int k = brightnessKey(
+                blockAverage(src.words.data(), src.stride, w, h, left, top, right, bottom));
+            const int32_t cx = (left + right) >> 1, cy = (top + bottom) >> 1;
+            if (spirals) {
+                const int l = std::min(static_cast<int>((255.0 - 2 * k * double(b)) * scale), 360);
+                for (int j = l - 1; j >= 1; --j) {
+                    const int32_t x = cx + dots[j].first, y = cy + dots[j].second;
+                    if (x >= 0 && x < w && y >= 0 && y < h) want.at(x, y) = kInk;
+                }
+                continue;
+            }
+            if (k * double(b) >= 255.0) continue;
+            const int radius = static_cast<int>((255.0 - k * double(b)) * scale);
+            for (int32_t x = 0, y = radius, d = 3 - 2 * radius; radius >= 1 && x <= y; ++x) {
+                for (const auto& [ax, ay] : {std::pair{x, y}, {x, -y}, {y, x}, {y, -x}}) {
+                    drawLine(want.data(), want.stride, w, h, cx + ax, cy + ay, cx - ax, cy + ay,
+                             kInk);
+                }
+                d += d >= 0 ? 4 * (x - y--) + 10 : 4 * x + 6;
+            }
+        }
+    }
+    return want;
+}
+
+// Grids of up to 1024 cells per side are drawn cell by cell, finer ones by
+// groups of cells with equal bounds: both give the cell-by-cell picture, for
+// cells wider and narrower than a pixel and for marks beyond a cell.
+TEST(NewsPrint, FineGridsMatchTheCellByCellModel) {
+    const Picture src = testPicture(40, 30, kFourccArgb, 3, 44 * 4);
+    const std::tuple<double, double, double> cases[] = {
+        {0.3, 0.83, 1.09}, {-30.0, -0.4, 40.0}, {-74.0, 0.5, 60.0}};
+    for (const auto& [resolution, brightness, contrast] : cases) {
+        for (const bool spirals : {false, true}) {
+            const Picture r = render(src,
+                                     {{"Resolution", resolution},
+                                      {"Brightness", brightness},
+                                      {"Contrast", contrast}},
+                                     spirals ? 1.0 : 0.0);
+            const Picture want = modelNewsPrint(src, resolution, brightness, contrast, spirals);
+            EXPECT_TRUE(r.samePixels(want)) << resolution << " " << contrast << " " << spirals;
+        }
+    }
 }
 
 // On white every cell of 4 x 3 to 5 x 4 pixels averages to a key of 226 to
@@ -160,8 +274,9 @@ TEST(NewsPrint, SpiralGrowsWithDarknessAndDotShapeExactlyOne) {
     }
 }
 
-// "Contrast" 0 (or below, or NaN), "Resolution" above 1 (an empty grid) and
-// "Brightness" 2 on white leave plain paper, as does a missing source.
+// "Contrast" 0 (or below, or NaN), "Resolution" above 1 (an empty grid) or
+// beyond 32 bits (cells far too small for a mark) and "Brightness" 2 on
+// white leave plain paper, as does a missing source.
 TEST(NewsPrint, PlainPaper) {
     const Picture src = testPicture(120, 90, kFourccArgb, 0, 120 * 4 + 8);
     for (uint32_t format : {kFourccArgb, kFourccAyuv}) {
@@ -188,12 +303,15 @@ TEST(NewsPrint, PlainPaper) {
     }
 }
 
-// One cell 20000 wide: a circle of radius 40000 clipped to two rows.
+// One cell 20000 wide: a circle of radius 40000 clipped to two rows, and
+// one of radius about 2^31 that covers the picture.
 TEST(NewsPrint, HugeMarksAreClipped) {
-    const Picture wide = render(Picture(20000, 2, 20000 * 4 + 8, kInk),
-                                {{"Resolution", 1.0}, {"Contrast", 2.0}}, 0.0);
-    EXPECT_TRUE(wide.samePixels(Picture(20000, 2, 0, kInk)));
-    EXPECT_TRUE(paddingUntouched(wide, kFill));
+    for (const double contrast : {2.0, 1.07e5}) {
+        const Picture wide = render(Picture(20000, 2, 20000 * 4 + 8, kInk),
+                                    {{"Resolution", 1.0}, {"Contrast", contrast}}, 0.0);
+        EXPECT_TRUE(wide.samePixels(Picture(20000, 2, 0, kInk))) << contrast;
+        EXPECT_TRUE(paddingUntouched(wide, kFill));
+    }
 }
 
 }  // namespace
