@@ -162,14 +162,14 @@ TEST_F(ToolCli, StillsEqualRenderingThroughTheHost) {
     r = reelfx({"render", "Flip XY", "in.bmp", "-p", "flip x axis=Yes", "--picture-aspect", "16:9",
                 "--progress", "0.25", "-q"});
     ASSERT_EQ(r.status, 0) << r.err;
-    expectRendered("Flip XY", {source}, {readPng(path("in-flip-xy.png").string())}, flip);
+    expectRendered("Flip XY", {source}, {readImage(path("in-flip-xy.png").string())}, flip);
 
     r = reelfx({"render", "stained glass", "in.png", "-o", "ayuv.png", "--format", "AYUV", "-p",
                 "Intensity=10@0,30@1", "--progress", "0.25", "--display-aspect", "16:9",
                 "--picture-aspect", "4:3", "-q"});
     ASSERT_EQ(r.status, 0) << r.err;
     expectRendered(
-        "Stained Glass", {toAyuv(source)}, {readPng(path("ayuv.png").string())},
+        "Stained Glass", {toAyuv(source)}, {readImage(path("ayuv.png").string())},
         [](Instance& inst, RenderOptions& o, size_t) {
             inst.setParameter("Intensity", 15.0);  // a quarter from 10 to 30
             o = {.progress = 0.25,
@@ -271,7 +271,7 @@ TEST_F(ToolCli, ClipsStillsAndFramesOfVideos) {
                 "--span", "0.2:", "-q"});
     ASSERT_EQ(r.status, 0) << r.err;
     expectRendered("Night Vision", {frames("in.mkv", "bgra", 40, 30).at(6)},
-                   {readPng(path("frame.png").string())},
+                   {readImage(path("frame.png").string())},
                    [](Instance&, RenderOptions& o, size_t) { o.progress = 0.5; });
 }
 
@@ -280,7 +280,7 @@ TEST_F(ToolCli, ClipsStillsAndFramesOfVideos) {
 TEST_F(ToolCli, ContactSheet) {
     const Outcome r = reelfx({"sheet", "-o", "sheet.png", "--tile-width", "64", "-q"});
     ASSERT_EQ(r.status, 0) << r.err;
-    const Picture sheet = readPng(path("sheet.png").string());
+    const Picture sheet = readImage(path("sheet.png").string());
     EXPECT_EQ(sheet.width, 12 + 5 * (64 + 12));
     EXPECT_EQ(sheet.height, 30 + 12 + 5 * (36 + 18 + 12));
 }
@@ -310,7 +310,7 @@ TEST_F(ToolCli, MistakesExitWithAMessageAndWriteNothing) {
         {2, "o.png", "render|Lantern|in.png|-o|o.png|-p|Spot Radius=25",
          "\"Spot Radius\" takes a number from 1 to 20, not \"25\""},
         {1, "o.png", "render|Lantern|missing.png|-o|o.png",
-         "cannot read missing.png: No such file"},
+         "cannot read missing.png as a picture or video: No such file"},
         {1, "o.mkv", "render|Lantern|junk.mkv|-o|o.mkv",
          "cannot read junk.mkv as a picture or video"},
         {1, "o.mkv", "render|Lantern|tone.wav|-o|o.mkv", "tone.wav holds no video stream"},

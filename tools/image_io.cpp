@@ -9,6 +9,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include "tools/video_reader.h"
+
 namespace reelfx::tool {
 
 namespace {
@@ -35,32 +37,15 @@ static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "ARGB words are stored 
 
 }  // namespace
 
-bool isPngFile(const std::string& path) {
-    File f = openFile(path, "rb", "cannot read");
-    unsigned char sig[8] = {};
-    const size_t n = std::fread(sig, 1, sizeof sig, f.get());
-    return n == sizeof sig && png_sig_cmp(sig, 0, sizeof sig) == 0;
-}
-
-Picture readPng(const std::string& path) {
-    File f = openFile(path, "rb", "cannot read");
-    png_image image;
-    std::memset(&image, 0, sizeof image);
-    image.version = PNG_IMAGE_VERSION;
-    ImageGuard guard{image};
-    if (!png_image_begin_read_from_stdio(&image, f.get())) {
-        throw std::runtime_error("cannot read " + path + " as PNG: " + image.message);
+Picture readImage(const std::string& path) {
+    VideoReader reader(path);
+    DecodedFrame frame;
+    if (!reader.next(frame, kFourccArgb)) {
+        const std::string damage = reader.damage();
+        throw std::runtime_error(path + " holds no picture that can be decoded" +
+                                 (damage.empty() ? std::string() : " (" + damage + ")"));
     }
-    if (image.width > 16384 || image.height > 16384) {
-        throw std::runtime_error(path + ": " + std::to_string(image.width) + "x" +
-                                 std::to_string(image.height) + " is larger than 16384x16384");
-    }
-    image.format = PNG_FORMAT_BGRA;
-    Picture p(static_cast<int32_t>(image.width), static_cast<int32_t>(image.height));
-    if (!png_image_finish_read(&image, nullptr, p.data(), p.stride, nullptr)) {
-        throw std::runtime_error("cannot read " + path + " as PNG: " + image.message);
-    }
-    return p;
+    return std::move(frame.picture);
 }
 
 void writePng(const std::string& path, const Picture& argb) {

@@ -1,4 +1,5 @@
-// PNG stills through libpng: pictures are ARGB words, not premultiplied.
+// Stills: read through FFmpeg's decoders like video, PNG written through
+// libpng. Pictures are ARGB words, not premultiplied.
 #pragma once
 
 #include <string>
@@ -7,11 +8,10 @@
 
 namespace reelfx::tool {
 
-// True when the file starts with the PNG signature; throws std::runtime_error
-// when it cannot be opened.
-bool isPngFile(const std::string& path);
-// Any PNG (palette, grey, 16-bit, with or without alpha) as 8-bit ARGB.
-Picture readPng(const std::string& path);
+// The first picture of any image FFmpeg reads (PNG in any bit depth, grey,
+// palette, with or without alpha; JPEG, BMP, ...) as 8-bit ARGB. Throws
+// std::runtime_error when there is none.
+Picture readImage(const std::string& path);
 // Writes RGBA, or RGB when every pixel is opaque. Writes `path` directly:
 // callers go through OutputFile for the temporary name.
 void writePng(const std::string& path, const Picture& argb);

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
+#include <new>
 
 extern "C" {
 #include <libavutil/log.h>
@@ -217,6 +218,9 @@ int main(int argc, char** argv) {
     } catch (const UsageError& e) {
         std::fprintf(stderr, "reelfx: %s\n", e.what());
         return kExitUsage;
+    } catch (const std::bad_alloc&) {
+        std::fprintf(stderr, "reelfx: out of memory\n");
+        return kExitFailure;
     } catch (const std::exception& e) {
         std::fprintf(stderr, "reelfx: %s\n", e.what());
         return kExitFailure;

@@ -11,6 +11,10 @@
 #include <set>
 #include <stdexcept>
 
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
 namespace reelfx::tool {
 
 namespace {
@@ -45,7 +49,25 @@ void forgetPart(const std::string& path) {
     if (gPartSet && path == gPartPath) gPartSet = 0;
 }
 
+namespace fs = std::filesystem;
+
+// The name of picture `number` of a sequence pattern.
+std::string sequenceName(const std::string& pattern, int number) {
+    std::string name(pattern.size() + 32, '\0');
+    if (av_get_frame_filename2(name.data(), static_cast<int>(name.size()), pattern.c_str(), number,
+                               0) < 0)
+        return pattern;
+    name.resize(std::strlen(name.c_str()));
+    return name;
+}
+
 }  // namespace
+
+bool isSequenceName(const std::string& path) {
+    char name[4096];
+    return path != "-" && path.size() < 4000 &&
+           av_get_frame_filename2(name, sizeof name, path.c_str(), 1, 0) == 0;
+}
 
 OutputFile::OutputFile(std::string finalPath) : final_(std::move(finalPath)) {
     if (isStdout()) {
@@ -60,6 +82,18 @@ OutputFile::OutputFile(std::string finalPath) : final_(std::move(finalPath)) {
         throw std::runtime_error("cannot write " + final_ + ": folder " + dir.string() +
                                  " does not exist");
     }
+    confirmOverwrite(final_);
+    if (isSequenceName(final_)) {
+        // A picture sequence is written into a hidden folder beside it and
+        // its pictures are moved out when all are done.
+        sequenceFolder_ = (dir / (".reelfx-" + std::to_string(getpid()) + ".part")).string();
+        if (!fs::create_directory(sequenceFolder_, ec) || ec) {
+            throw std::runtime_error("cannot write " + final_ + ": cannot make the folder " +
+                                     sequenceFolder_ + ": " + ec.message());
+        }
+        temp_ = (fs::path(sequenceFolder_) / p.filename()).string();
+        return;
+    }
     // Built piecewise: GCC 12 warns falsely (-Wrestrict) on "." + std::string.
     std::string name = ".";
     name += p.filename().string();
@@ -67,15 +101,17 @@ OutputFile::OutputFile(std::string finalPath) : final_(std::move(finalPath)) {
     name += std::to_string(getpid());
     name += ".part";
     temp_ = (dir / name).string();
-    confirmOverwrite(final_);
     registerPart(temp_);
 }
 
 OutputFile::~OutputFile() {
     forgetPart(temp_);
-    if (!committed_ && !isStdout()) {
-        std::error_code ec;
-        std::filesystem::remove(temp_, ec);
+    if (committed_ || isStdout()) return;
+    std::error_code ec;
+    if (!sequenceFolder_.empty()) {
+        fs::remove_all(sequenceFolder_, ec);
+    } else {
+        fs::remove(temp_, ec);
     }
 }
 
@@ -86,7 +122,17 @@ void OutputFile::commit() {
         return;
     }
     std::error_code ec;
-    std::filesystem::rename(temp_, final_, ec);
+    if (!sequenceFolder_.empty()) {
+        const fs::path dir = fs::path(final_).has_parent_path() ? fs::path(final_).parent_path()
+                                                                : fs::path(".");
+        for (const auto& e : fs::directory_iterator(sequenceFolder_, ec)) {
+            fs::rename(e.path(), dir / e.path().filename(), ec);
+            if (ec) break;
+        }
+        if (!ec) fs::remove(sequenceFolder_, ec);
+    } else {
+        fs::rename(temp_, final_, ec);
+    }
     if (ec) throw std::runtime_error("cannot write " + final_ + ": " + ec.message());
     committed_ = true;
 }
@@ -95,8 +141,11 @@ void setOverwritePolicy(Overwrite policy) {
     gOverwrite = policy;
 }
 
-void confirmOverwrite(const std::string& path) {
-    if (path == "-" || gConfirmed.count(path)) return;
+void confirmOverwrite(const std::string& pathOrPattern) {
+    if (pathOrPattern == "-" || gConfirmed.count(pathOrPattern)) return;
+    // A sequence is asked about by its first picture.
+    const std::string path = isSequenceName(pathOrPattern) ? sequenceName(pathOrPattern, 1)
+                                                           : pathOrPattern;
     std::error_code ec;
     if (!std::filesystem::exists(path, ec)) return;
     if (std::filesystem::is_directory(path, ec))
@@ -124,7 +173,7 @@ void confirmOverwrite(const std::string& path) {
             break;
         }
     }
-    gConfirmed.insert(path);
+    gConfirmed.insert(pathOrPattern);
 }
 
 void installInterruptHandlers() {

@@ -7,9 +7,14 @@
 
 namespace reelfx::tool {
 
+// A picture sequence name in FFmpeg's convention: "out_%04d.png" is
+// out_0001.png, out_0002.png, ...
+bool isSequenceName(const std::string& path);
+
 class OutputFile {
 public:
-    // "-" (standard output) is written directly.
+    // "-" (standard output) is written directly; a sequence's pictures go
+    // to a hidden folder beside them, path() being the pattern inside it.
     explicit OutputFile(std::string finalPath);
     ~OutputFile();  // removes the temporary file unless committed
     OutputFile(const OutputFile&) = delete;
@@ -26,6 +31,7 @@ public:
 private:
     std::string final_;
     std::string temp_;
+    std::string sequenceFolder_;  // for a picture sequence
     bool committed_ = false;
 };
 

@@ -1,6 +1,5 @@
 #include "tools/render.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +13,7 @@
 #include <stdexcept>
 
 #include "tools/image_io.h"
+#include "tools/input_source.h"
 #include "tools/output_file.h"
 #include "tools/params.h"
 #include "tools/progress_bar.h"
@@ -34,174 +34,20 @@ std::string lowerExtension(const std::string& path) {
     return ext;
 }
 
+// One picture: .png through libpng, the other picture names through
+// FFmpeg's image encoders. "out_%04d.png" is a sequence, written as video.
 bool isStillName(const std::string& path) {
-    return path != "-" && lowerExtension(path) == ".png";
+    if (path == "-" || isSequenceName(path)) return false;
+    const std::string ext = lowerExtension(path);
+    for (const char* still :
+         {".png", ".jpg", ".jpeg", ".tif", ".tiff", ".bmp", ".ppm", ".pgm", ".pam", ".tga"}) {
+        if (ext == still) return true;
+    }
+    return false;
 }
 
 uint32_t fourccOf(const std::string& format) {
     return format == "ayuv" ? kFourccAyuv : kFourccArgb;
-}
-
-// Standard input copied to a temporary file, so it can be read twice (the
-// frame count first, then the frames) and probed like any file.
-class SpooledInput {
-public:
-    SpooledInput() : path_(makeTemporaryFile("stdin")) {
-        const int out = ::open(path_.c_str(), O_WRONLY | O_TRUNC);
-        if (out < 0)
-            throw std::runtime_error("cannot spool standard input: " +
-                                     std::string(std::strerror(errno)));
-        char buf[1 << 16];
-        while (true) {
-            const ssize_t n = ::read(STDIN_FILENO, buf, sizeof buf);
-            if (n == 0) break;
-            if (n < 0) {
-                if (errno == EINTR && !interrupted()) continue;
-                ::close(out);
-                throwIfInterrupted();
-                throw std::runtime_error("cannot read standard input: " +
-                                         std::string(std::strerror(errno)));
-            }
-            if (::write(out, buf, static_cast<size_t>(n)) != n) {
-                ::close(out);
-                throw std::runtime_error("cannot spool standard input: " +
-                                         std::string(std::strerror(errno)));
-            }
-        }
-        ::close(out);
-    }
-    ~SpooledInput() {
-        std::error_code ec;
-        fs::remove(path_, ec);
-    }
-    SpooledInput(const SpooledInput&) = delete;
-    SpooledInput& operator=(const SpooledInput&) = delete;
-    const std::string& path() const { return path_; }
-
-private:
-    std::string path_;
-};
-
-// One picture read by FFmpeg's image readers rather than a clip.
-bool isSingleImage(const VideoInfo& info) {
-    const std::string& c = info.container;
-    const bool imageReader =
-        c == "image2" || (c.size() > 5 && c.compare(c.size() - 5, 5, "_pipe") == 0);
-    return imageReader && info.frameTimes.size() == 1;
-}
-
-// Where frames come from: the built-in clip, a still (repeated when a video
-// is written), or a video file.
-struct Source {
-    enum class Kind { Clip, Still, Video } kind = Kind::Clip;
-    std::string name;  // for messages
-    std::unique_ptr<SpooledInput> spooled;
-    Picture still;  // ARGB
-    std::unique_ptr<VideoReader> reader;
-    ClipSettings clip;  // size of the built-in clip; rate and length of generated frames
-    int32_t width = 0;
-    int32_t height = 0;
-    std::vector<double> times;
-    Rational frameRate;
-    Rational timeBase;
-    Rational sampleAspect;
-    int64_t next = 0;  // generated frames handed out so far
-
-    bool generated() const { return kind != Kind::Video; }
-};
-
-Source openSource(const RenderRequest& rq) {
-    Source s;
-    const FrameRate rate = rq.fps ? parseFrameRate(*rq.fps) : FrameRate{};
-    const double fps = rate.value();
-    const auto duration = rq.duration.value_or(3.0);
-    if (!(duration > 0 && duration <= 36000))
-        throw UsageError("--duration takes seconds from above 0 to 36000");
-    s.clip.fps = fps;
-    s.clip.duration = duration;
-    if (rq.input.empty()) {
-        s.kind = Source::Kind::Clip;
-        s.name = "the built-in test clip";
-        if (rq.size) {
-            const Size size = parseSize(*rq.size);
-            s.clip.width = size.width;
-            s.clip.height = size.height;
-        }
-        s.width = s.clip.width;
-        s.height = s.clip.height;
-    } else {
-        if (rq.size)
-            throw UsageError("--size sets the size of the built-in test clip; it takes no INPUT");
-        std::string path = rq.input;
-        s.name = rq.input;
-        if (rq.input == "-") {
-            if (isatty(STDIN_FILENO)) {
-                throw UsageError(
-                    "- reads YUV4MPEG2 video from standard input, which is a terminal; pipe "
-                    "video in, as in: ffmpeg -i IN -f yuv4mpegpipe - | reelfx render EFFECT -");
-            }
-            s.spooled = std::make_unique<SpooledInput>();
-            path = s.spooled->path();
-            s.name = "standard input";
-        } else {
-            std::error_code ec;
-            if (fs::is_directory(rq.input, ec))
-                throw std::runtime_error("cannot read " + rq.input + ": it is a folder");
-        }
-        if (isPngFile(path)) {
-            s.kind = Source::Kind::Still;
-            s.still = readPng(path);
-        } else {
-            s.kind = Source::Kind::Video;
-            s.reader = std::make_unique<VideoReader>(path);
-            // Other still images FFmpeg reads (JPEG, BMP, TIFF, WebP, ...) are
-            // stills like PNG: written as PNG, or repeated into a clip.
-            if (isSingleImage(s.reader->info())) {
-                DecodedFrame frame;
-                if (!s.reader->next(frame, kFourccArgb))
-                    throw std::runtime_error(s.name + " holds no picture");
-                s.kind = Source::Kind::Still;
-                s.still = std::move(frame.picture);
-                s.reader.reset();
-            }
-        }
-        if (s.kind == Source::Kind::Still) {
-            s.width = s.still.width;
-            s.height = s.still.height;
-        } else {
-            if (rq.duration || rq.fps) {
-                throw UsageError(
-                    "--duration and --fps make a clip from a still or the built-in clip; " +
-                    s.name + " is a video");
-            }
-            const VideoInfo& info = s.reader->info();
-            s.width = info.width;
-            s.height = info.height;
-            s.times = info.frameTimes;
-            s.frameRate = info.frameRate;
-            s.timeBase = info.timeBase;
-            s.sampleAspect = info.sampleAspect;
-        }
-    }
-    if (s.generated()) {
-        s.frameRate = Rational{rate.num, rate.den};
-        s.timeBase = Rational{s.frameRate.den, s.frameRate.num};
-        const int32_t n = clipFrameCount(s.clip);
-        for (int32_t i = 0; i < n; ++i) s.times.push_back(static_cast<double>(i) / fps);
-    }
-    return s;
-}
-
-// The next frame of the source as `fourcc` words.
-bool nextFrame(Source& s, uint32_t fourcc, DecodedFrame& out, const PacketSink& others) {
-    if (s.kind == Source::Kind::Video) return s.reader->next(out, fourcc, others);
-    if (s.next >= static_cast<int64_t>(s.times.size())) return false;
-    const auto k = static_cast<int32_t>(s.next++);
-    Picture argb = s.kind == Source::Kind::Clip ? makeClipFrame(s.clip, k) : s.still;
-    out.picture = fourcc == kFourccAyuv ? toAyuv(argb) : std::move(argb);
-    out.pts = k;
-    out.time = s.times[static_cast<size_t>(k)];
-    return true;
 }
 
 // The instance, its parameter settings and the per-frame options.
@@ -222,11 +68,6 @@ struct Renderer {
     }
 };
 
-size_t countInSpan(const std::vector<double>& times, const Span& span) {
-    return static_cast<size_t>(
-        std::count_if(times.begin(), times.end(), [&](double t) { return span.contains(t); }));
-}
-
 std::string seconds(double t) {
     char buf[32];
     std::snprintf(buf, sizeof buf, "%.3g s", t);
@@ -239,9 +80,14 @@ void say(bool quiet, const std::string& text) {
 
 void writeStill(const std::string& outputPath, const Picture& words, uint32_t fourcc) {
     if (outputPath == "-")
-        throw UsageError("a PNG cannot go to standard output; - writes YUV4MPEG2 video");
+        throw UsageError("a picture cannot go to standard output; - writes YUV4MPEG2 video");
     OutputFile out(outputPath);
-    writePng(out.path(), fourcc == kFourccAyuv ? toArgb(words) : words);
+    const Picture argb = fourcc == kFourccAyuv ? toArgb(words) : words;
+    if (lowerExtension(outputPath) == ".png") {
+        writePng(out.path(), argb);
+    } else {
+        writePicture(out.path(), outputPath, argb);
+    }
     out.commit();
 }
 
@@ -256,7 +102,13 @@ void renderStill(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
         return;
     }
     // From a clip: the frame of the span nearest the progress.
-    const size_t n = countInSpan(src.times, span);
+    const std::optional<size_t> count = framesInSpan(src, span);
+    if (!count) {
+        throw UsageError("a still from " + src.name +
+                         " needs the end of --span START:END: a stream's length is not known "
+                         "before it ends");
+    }
+    const size_t n = *count;
     if (n == 0) throw UsageError("no frame of " + src.name + " lies in the span");
     const auto wanted = static_cast<size_t>(std::lround(progress * static_cast<double>(n - 1)));
     DecodedFrame frame;
@@ -271,17 +123,27 @@ void renderStill(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
             return;
         }
     }
+    const std::string damage = src.reader ? src.reader->damage() : std::string();
     throw std::runtime_error(src.name + " ended before the frame at progress " +
-                             formatNumber(progress));
+                             formatNumber(progress) +
+                             (damage.empty() ? std::string() : " (" + damage + ")"));
 }
 
 void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& span,
                  uint32_t fourcc, const std::string& outputPath, const std::string& effectName) {
-    const size_t n = countInSpan(src.times, span);
-    if (n == 0) {
+    // A stream's length is not known before it ends: without the span's end
+    // its frames cannot be placed between 0 and 1.
+    const std::optional<size_t> count = framesInSpan(src, span);
+    if (count == size_t{0}) {
         throw UsageError("no frame of " + src.name + " lies in --span " + rq.span.value_or("") +
-                         "; it runs from 0 to " + seconds(src.times.back()));
+                         (src.times.empty() ? std::string()
+                                            : "; it runs from 0 to " + seconds(src.times.back())));
     }
+    if (!count) {
+        say(rq.quiet, src.name + " is rendered as it arrives, so its length is not known: "
+                                 "progress stays 0 (--span START:END runs it from 0 to 1)");
+    }
+    const size_t n = count.value_or(1);
     OutputFile out(outputPath);
     VideoOutputSettings settings;
     settings.path = out.path();
@@ -303,31 +165,32 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
     } else {
         settings.colour = fourcc == kFourccAyuv ? moduleAyuvTags() : rgbSourceTags();
     }
+    if (src.kind == Source::Kind::Video) {
+        // Tags, rotation and field order go along.
+        settings.sourceContainer = src.reader->formatContext();
+        settings.sourceVideoStream = src.reader->videoStream();
+    }
     VideoWriter writer(settings);
 
     std::map<int32_t, int32_t> copied;  // input stream -> output stream
-    if (src.kind == Source::Kind::Video && !rq.noAudio) {
-        const auto audio = src.reader->audioStreams();
-        for (const AVStream* st : audio) {
-            if (writer.canCopy(st)) {
-                copied[streamIndex(st)] = writer.addCopiedStream(st);
-            } else if (writer.isYuv4mpeg()) {
-                say(rq.quiet, "YUV4MPEG2 carries no audio: " + std::to_string(audio.size()) +
-                                  " audio stream(s) left out");
-                break;
-            } else {
-                throw UsageError("the " + writer.container() + " container cannot hold the " +
-                                 streamCodecName(st) + " audio of " + src.name +
-                                 "; write .mkv, or leave the audio out with --no-audio");
-            }
+    if (src.kind == Source::Kind::Video) {
+        std::vector<std::string> leftOut;
+        copied = writer.addCopiedStreams(src.reader->formatContext(), src.reader->videoStream(),
+                                         !rq.noAudio, src.name, leftOut);
+        if (!leftOut.empty()) {
+            std::string line = "left out of " + outputPath + ": ";
+            for (size_t i = 0; i < leftOut.size(); ++i) line += (i ? "; " : "") + leftOut[i];
+            say(rq.quiet, line);
         }
     }
+    for (const std::string& notice : writer.notices()) say(rq.quiet, notice);
     const PacketSink audioSink = [&](AVPacket* packet, const AVStream* st) {
         const auto it = copied.find(streamIndex(st));
         if (it != copied.end()) writer.writePacket(packet, st, it->second);
     };
 
-    ProgressBar bar(static_cast<int64_t>(src.times.size()), !rq.quiet && stderrIsTerminal());
+    ProgressBar bar(src.streamed() ? 0 : static_cast<int64_t>(src.times.size()),
+                    !rq.quiet && stderrIsTerminal());
     DecodedFrame frame;
     size_t inSpan = 0;
     int64_t done = 0;
@@ -335,7 +198,7 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
         throwIfInterrupted();
         // Progress runs from 0 on the span's first frame to 1 on its last;
         // frames outside the span pass through unchanged.
-        if (span.contains(frame.time) && inSpan < n) {
+        if (span.contains(frame.time) && (!count || inSpan < n)) {
             const double progress =
                 n > 1 ? std::min(1.0, static_cast<double>(inSpan) / static_cast<double>(n - 1))
                       : 0.0;
@@ -346,12 +209,22 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
         }
         bar.update(++done);
     }
+    // A damaged input gives the frames that could be decoded, and says so.
+    const std::string damage = src.reader ? src.reader->damage() : std::string();
+    if (done == 0) {
+        throw std::runtime_error(src.name + ": no frame could be decoded" +
+                                 (damage.empty() ? std::string() : " (" + damage + ")"));
+    }
     writer.finish();
     out.commit();
     bar.finish();
     say(rq.quiet, "wrote " + outputPath + ": " + std::to_string(done) + " frames, " +
                       std::to_string(inSpan) + " with " + effectName +
-                      (copied.empty() ? "" : ", audio copied") + "; " + writer.description());
+                      (copied.empty() ? "" : ", " + std::to_string(copied.size()) + " other stream(s) copied") + "; " + writer.description());
+    if (!damage.empty()) {
+        std::fprintf(stderr, "reelfx: warning: %s is damaged: %s; wrote the %lld frames that could be decoded\n",
+                     src.name.c_str(), damage.c_str(), static_cast<long long>(done));
+    }
 }
 
 }  // namespace
@@ -446,7 +319,8 @@ void runRender(const Module& module, const RenderRequest& rq) {
 }
 
 void runSheet(const Module& module, const SheetRequest& rq) {
-    if (!isStillName(rq.output)) throw UsageError("the contact sheet is a PNG: give -o NAME.png");
+    if (lowerExtension(rq.output) != ".png")
+        throw UsageError("the contact sheet is a PNG: give -o NAME.png");
     if (!(rq.progress >= 0.0 && rq.progress <= 1.0))
         throw UsageError("--progress takes a value from 0 to 1");
     if (rq.tileWidth < 16 || rq.tileWidth > 4096)

@@ -1,6 +1,8 @@
 #include "tools/video_reader.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <vector>
 #include <new>
 #include <stdexcept>
 
@@ -18,6 +20,11 @@ struct VideoReader::State {
     int64_t startPts = AV_NOPTS_VALUE;
     int64_t decoded = 0;
     bool flushing = false;
+    // Damage met on the way: packets the decoder refused, and a file that
+    // stopped making sense before its end.
+    int64_t badPackets = 0;
+    bool cutShort = false;
+    double endsAt = 0.0, claimed = -1.0;  // seconds, when the frames stop early
     VideoInfo info;
     Converter toRgb, toYuv;
     Planes yuv;
@@ -30,33 +37,177 @@ struct VideoReader::State {
     }
 
     double secondsOf(int64_t ts) const {
+        // In doubles: a damaged file's stamps may be anywhere in int64_t.
         const AVRational tb = ic->streams[vs]->time_base;
-        return static_cast<double>((ts - startPts) * tb.num) / static_cast<double>(tb.den);
+        return (static_cast<double>(ts) - static_cast<double>(startPts)) * tb.num / tb.den;
     }
+
+    bool decodeNext(const PacketSink& others);
 };
 
 namespace {
 
-AVFormatContext* openInput(const std::string& path) {
+struct Dictionary {
+    AVDictionary* d = nullptr;
+    Dictionary() = default;
+    Dictionary(const Dictionary&) = delete;
+    Dictionary& operator=(const Dictionary&) = delete;
+    ~Dictionary() { av_dict_free(&d); }
+    void set(const char* key, const std::string& value) {
+        if (av_dict_set(&d, key, value.c_str(), 0) < 0) throw std::bad_alloc();
+    }
+};
+
+// Deflate expands a byte to at most 1032, and a PNG pixel takes at least one
+// bit: a PNG file cannot describe more pixels than this, whatever its header
+// claims. Decoders allocate the whole picture before they inflate a byte.
+int64_t pngPixelBound(int64_t fileBytes) {
+    return std::max<int64_t>(fileBytes, 1) * 8 * 1032;
+}
+constexpr int64_t kMaxSide = 16384;
+
+// A read that failed (a disk error, a pipe cut) as opposed to the end of the
+// data or data that makes no sense.
+void throwIfReadError(const AVFormatContext* ic, const std::string& path) {
+    if (ic->pb && ic->pb->error < 0 && ic->pb->error != AVERROR_EOF)
+        throw std::runtime_error("cannot read " + path + ": " + avError(ic->pb->error));
+}
+
+struct OpenedInput {
     AVFormatContext* ic = nullptr;
-    int r = avformat_open_input(&ic, path.c_str(), nullptr, nullptr);
+    int64_t maxPixels = kMaxSide * kMaxSide;  // for the decoder of the video stream
+};
+
+OpenedInput openInput(const std::string& path, Rational sequenceRate) {
+    OpenedInput in;
+    const std::string url = path == "-" ? "pipe:0" : path;
+    Dictionary options;
+    if (sequenceRate.known())
+        options.set("framerate", std::to_string(sequenceRate.num) + "/" +
+                                     std::to_string(sequenceRate.den));
+    int r = avformat_open_input(&in.ic, url.c_str(), nullptr, &options.d);
     if (r < 0) {
         throw std::runtime_error("cannot read " + path + " as a picture or video: " + avError(r));
     }
-    r = avformat_find_stream_info(ic, nullptr);
+    // The header's picture size is checked against the file before any
+    // decoder allocates a picture of that size.
+    std::vector<AVDictionary*> perStream(in.ic->nb_streams, nullptr);
+    const int64_t bytes = in.ic->pb && path != "-" ? avio_size(in.ic->pb) : -1;
+    if (bytes >= 0) {
+        for (unsigned i = 0; i < in.ic->nb_streams; ++i) {
+            const AVCodecID id = in.ic->streams[i]->codecpar->codec_id;
+            if (id == AV_CODEC_ID_PNG || id == AV_CODEC_ID_APNG) {
+                in.maxPixels = std::min(in.maxPixels, pngPixelBound(bytes));
+                if (av_dict_set_int(&perStream[i], "max_pixels", in.maxPixels, 0) < 0) {
+                    for (AVDictionary*& d : perStream) av_dict_free(&d);
+                    avformat_close_input(&in.ic);
+                    throw std::bad_alloc();
+                }
+            }
+        }
+    }
+    r = avformat_find_stream_info(in.ic, perStream.empty() ? nullptr : perStream.data());
+    for (AVDictionary*& d : perStream) av_dict_free(&d);
     if (r < 0) {
-        avformat_close_input(&ic);
+        avformat_close_input(&in.ic);
         throw std::runtime_error("cannot read " + path + ": " + avError(r));
     }
-    return ic;
+    return in;
+}
+
+// Every video packet's time in stream units, read once without decoding.
+// Stops early, setting `cutShort`, where the file stops making sense.
+std::vector<int64_t> scanStamps(const std::string& path, int32_t vs, Rational sequenceRate,
+                                bool& allStamped, bool& cutShort) {
+    OpenedInput scan = openInput(path, sequenceRate);
+    struct Closer {
+        AVFormatContext*& ic;
+        ~Closer() { avformat_close_input(&ic); }
+    } closer{scan.ic};
+    AVPacket* p = av_packet_alloc();
+    if (!p) throw std::bad_alloc();
+    struct PacketFree {
+        AVPacket*& p;
+        ~PacketFree() { av_packet_free(&p); }
+    } freer{p};
+    std::vector<int64_t> stamps;
+    allStamped = true;
+    while (true) {
+        const int r = av_read_frame(scan.ic, p);
+        throwIfReadError(scan.ic, path);
+        if (r == AVERROR(ENOMEM)) throw std::bad_alloc();
+        if (r < 0) {
+            cutShort = r != AVERROR_EOF;
+            break;
+        }
+        if (p->stream_index == vs && !(p->flags & AV_PKT_FLAG_DISCARD)) {
+            const int64_t ts = p->pts != AV_NOPTS_VALUE ? p->pts : p->dts;
+            if (ts == AV_NOPTS_VALUE) allStamped = false;
+            stamps.push_back(ts);
+        }
+        av_packet_unref(p);
+    }
+    return stamps;
+}
+
+// RGB or grey with more than 8 bits a component (16-bit PNG, say), which
+// the scaler would dither on the way down to 8 bits.
+bool isDeepRgbOrGrey(AVPixelFormat fmt) {
+    const AVPixFmtDescriptor* d = av_pix_fmt_desc_get(fmt);
+    if (!d || (d->flags & (AV_PIX_FMT_FLAG_FLOAT | AV_PIX_FMT_FLAG_PAL | AV_PIX_FMT_FLAG_BAYER |
+                           AV_PIX_FMT_FLAG_HWACCEL | AV_PIX_FMT_FLAG_BITSTREAM)))
+        return false;
+    const bool rgb = (d->flags & AV_PIX_FMT_FLAG_RGB) != 0;
+    const bool grey = !rgb && d->nb_components <= 2;
+    if (!rgb && !grey) return false;
+    for (int c = 0; c < d->nb_components; ++c) {
+        if (d->comp[c].depth <= 8 || d->comp[c].depth > 16) return false;
+    }
+    return true;
+}
+
+// Each component rounded to 8 bits: v * 255 / max, so that 16-bit values
+// written from 8-bit ones (v * 257) come back as they were.
+void deepToArgb(const AVFrame* f, Picture& out) {
+    const auto* d = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(f->format));
+    const bool rgb = (d->flags & AV_PIX_FMT_FLAG_RGB) != 0;
+    const int colours = rgb ? 3 : 1;
+    const bool alpha = d->nb_components > colours;
+    std::vector<uint32_t> line(static_cast<size_t>(out.width));
+    auto to8 = [](uint32_t v, int depth) {
+        const uint64_t max = (uint64_t{1} << depth) - 1;
+        return static_cast<uint32_t>((uint64_t{v} * 255 + max / 2) / max);
+    };
+    for (int32_t y = 0; y < out.height; ++y) {
+        uint32_t* row = out.row(y);
+        for (int32_t x = 0; x < out.width; ++x) row[x] = alpha ? 0u : 0xFF000000u;
+        for (int c = 0; c < d->nb_components; ++c) {
+            av_read_image_line2(line.data(), const_cast<const uint8_t**>(f->data), f->linesize, d,
+                                0, y, c, out.width, 0, 4);
+            const int depth = d->comp[c].depth;
+            // Component order is R, G, B (or grey), then alpha.
+            const int shift = c == colours ? 24 : rgb ? 16 - 8 * c : -1;
+            for (int32_t x = 0; x < out.width; ++x) {
+                const uint32_t v = to8(line[static_cast<size_t>(x)], depth);
+                row[x] |= shift >= 0 ? v << shift : v << 16 | v << 8 | v;
+            }
+        }
+    }
 }
 
 }  // namespace
 
-VideoReader::VideoReader(const std::string& path) : s_(std::make_unique<State>()) {
+bool isImageSequence(const std::string& path) {
+    return path != "-" && av_filename_number_test(path.c_str()) != 0;
+}
+
+VideoReader::VideoReader(const std::string& path, Rational sequenceRate)
+    : s_(std::make_unique<State>()) {
     State& s = *s_;
     s.path = path;
-    s.ic = openInput(path);
+    if (!isImageSequence(path)) sequenceRate = {};
+    const OpenedInput opened = openInput(path, sequenceRate);
+    s.ic = opened.ic;
     const AVCodec* codec = nullptr;
     s.vs = av_find_best_stream(s.ic, AVMEDIA_TYPE_VIDEO, -1, -1, &codec, 0);
     if (s.vs == AVERROR_STREAM_NOT_FOUND) throw std::runtime_error(path + " holds no video stream");
@@ -79,10 +230,22 @@ VideoReader::VideoReader(const std::string& path) : s_(std::make_unique<State>()
                                  avcodec_get_name(par->codec_id) + " video");
     }
     AVStream* st = s.ic->streams[s.vs];
+    VideoInfo& info = s.info;
+    info.width = st->codecpar->width;
+    info.height = st->codecpar->height;
+    if (info.width <= 0 || info.height <= 0) {
+        throw std::runtime_error(path + ": no picture size could be read (the file is damaged, "
+                                        "or its header claims more than its data can hold)");
+    }
+    if (info.width > kMaxSide || info.height > kMaxSide) {
+        throw std::runtime_error(path + ": unusable video size " + std::to_string(info.width) +
+                                 "x" + std::to_string(info.height));
+    }
     s.dec = avcodec_alloc_context3(codec);
     if (!s.dec || avcodec_parameters_to_context(s.dec, st->codecpar) < 0) throw std::bad_alloc();
     s.dec->pkt_timebase = st->time_base;
     s.dec->thread_count = 0;
+    s.dec->max_pixels = opened.maxPixels;
     if (const int r = avcodec_open2(s.dec, codec, nullptr); r < 0) {
         throw std::runtime_error(path + ": cannot open the " + codec->name +
                                  " decoder: " + avError(r));
@@ -91,13 +254,6 @@ VideoReader::VideoReader(const std::string& path) : s_(std::make_unique<State>()
     s.frame = av_frame_alloc();
     if (!s.pkt || !s.frame) throw std::bad_alloc();
 
-    VideoInfo& info = s.info;
-    info.width = st->codecpar->width;
-    info.height = st->codecpar->height;
-    if (info.width <= 0 || info.height <= 0 || info.width > 16384 || info.height > 16384) {
-        throw std::runtime_error(path + ": unusable video size " + std::to_string(info.width) +
-                                 "x" + std::to_string(info.height));
-    }
     info.frameRate = fromAv(av_guess_frame_rate(s.ic, st, nullptr));
     info.timeBase = fromAv(st->time_base);
     info.sampleAspect = fromAv(av_guess_sample_aspect_ratio(s.ic, st, nullptr));
@@ -114,22 +270,17 @@ VideoReader::VideoReader(const std::string& path) : s_(std::make_unique<State>()
         if (s.ic->streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) ++info.otherStreams;
     }
 
+    // Standard input is read once, as it arrives: its frames' times come
+    // with the frames.
+    if (path == "-") {
+        info.streamed = true;
+        s.startPts = st->start_time;
+        return;
+    }
     // Read the packets once, without decoding, to learn every frame's time;
     // progress needs the number of frames in the effect's span up front.
-    AVFormatContext* scan = openInput(path);
-    std::vector<int64_t> stamps;
     bool allStamped = true;
-    AVPacket* p = av_packet_alloc();
-    while (av_read_frame(scan, p) >= 0) {
-        if (p->stream_index == s.vs && !(p->flags & AV_PKT_FLAG_DISCARD)) {
-            const int64_t ts = p->pts != AV_NOPTS_VALUE ? p->pts : p->dts;
-            if (ts == AV_NOPTS_VALUE) allStamped = false;
-            stamps.push_back(ts);
-        }
-        av_packet_unref(p);
-    }
-    av_packet_free(&p);
-    avformat_close_input(&scan);
+    std::vector<int64_t> stamps = scanStamps(path, s.vs, sequenceRate, allStamped, s.cutShort);
     if (allStamped && !stamps.empty()) {
         std::sort(stamps.begin(), stamps.end());
         s.startPts = st->start_time != AV_NOPTS_VALUE ? std::min(st->start_time, stamps.front())
@@ -144,9 +295,40 @@ VideoReader::VideoReader(const std::string& path) : s_(std::make_unique<State>()
             info.frameTimes.push_back(static_cast<double>(i) / fps);
     }
     if (info.frameTimes.empty()) throw std::runtime_error(path + " holds no video frames");
+
+    // A file cut short (a download broken off) often still reads to its
+    // end without an error: its frames stop before the length it claims.
+    double claimed = -1.0;
+    if (st->duration > 0 && st->duration != AV_NOPTS_VALUE) {
+        claimed = static_cast<double>(st->duration) * st->time_base.num / st->time_base.den;
+    } else if (s.ic->nb_streams == 1 && s.ic->duration > 0 && s.ic->duration != AV_NOPTS_VALUE) {
+        claimed = static_cast<double>(s.ic->duration) / AV_TIME_BASE;
+    }
+    const double step = info.frameRate.known()
+                            ? static_cast<double>(info.frameRate.den) / info.frameRate.num
+                            : 0.04;
+    if (claimed > 0 && info.frameTimes.back() + 3 * step < claimed) {
+        s.endsAt = info.frameTimes.back() + step;
+        s.claimed = claimed;
+    }
 }
 
 VideoReader::~VideoReader() = default;
+
+std::string VideoReader::damage() const {
+    const State& s = *s_;
+    std::string out;
+    if (s.badPackets > 0)
+        out = std::to_string(s.badPackets) + " damaged picture(s) could not be decoded";
+    if (s.cutShort) out += std::string(out.empty() ? "" : "; ") + "it breaks off before its end";
+    if (s.claimed > 0) {
+        char text[96];
+        std::snprintf(text, sizeof text, "its frames end at %.3g s of the %.3g s it claims",
+                      s.endsAt, s.claimed);
+        out += std::string(out.empty() ? "" : "; ") + text;
+    }
+    return out;
+}
 
 const VideoInfo& VideoReader::info() const {
     return s_->info;
@@ -167,41 +349,71 @@ std::vector<const AVStream*> VideoReader::audioStreams() const {
     return out;
 }
 
+// The next decoded picture into `frame`; false at the end.
+bool VideoReader::State::decodeNext(const PacketSink& others) {
+    // A decoder that keeps failing on its own is given up, not waited for.
+    for (int32_t failures = 0; failures < 1000;) {
+        int r = avcodec_receive_frame(dec, frame);
+        if (r == AVERROR_EOF) return false;
+        if (r == 0) return true;
+        if (r == AVERROR(ENOMEM)) throw std::bad_alloc();
+        if (r != AVERROR(EAGAIN)) {
+            // A picture that could not be decoded is left out, as FFmpeg's
+            // own tools do, and counted.
+            ++badPackets;
+            ++failures;
+            continue;
+        }
+        if (flushing) return false;
+        r = av_read_frame(ic, pkt);
+        throwIfReadError(ic, path);
+        if (r == AVERROR(ENOMEM)) throw std::bad_alloc();
+        if (r < 0) {
+            // Data that stops making sense ends the file: what was read
+            // before it is still decoded.
+            if (r != AVERROR_EOF) cutShort = true;
+            r = avcodec_send_packet(dec, nullptr);
+            if (r == AVERROR(ENOMEM)) throw std::bad_alloc();
+            if (r < 0 && r != AVERROR_EOF)
+                throw std::runtime_error(path + ": cannot finish decoding: " + avError(r));
+            flushing = true;
+            continue;
+        }
+        if (pkt->stream_index == vs) {
+            r = avcodec_send_packet(dec, pkt);
+            if (r == AVERROR(ENOMEM)) {
+                av_packet_unref(pkt);
+                throw std::bad_alloc();
+            }
+            if (r < 0) {
+                ++badPackets;
+                ++failures;
+            }
+        } else if (others) {
+            others(pkt, ic->streams[pkt->stream_index]);
+        }
+        av_packet_unref(pkt);
+    }
+    cutShort = true;
+    return false;
+}
+
 bool VideoReader::next(DecodedFrame& out, uint32_t fourcc, const PacketSink& others) {
     State& s = *s_;
     while (true) {
-        int r = avcodec_receive_frame(s.dec, s.frame);
-        if (r == AVERROR_EOF) return false;
-        if (r == 0) break;
-        if (r != AVERROR(EAGAIN))
-            throw std::runtime_error(s.path + ": cannot decode video: " + avError(r));
-        if (s.flushing) return false;
-        r = av_read_frame(s.ic, s.pkt);
-        if (r < 0) {
-            if (r != AVERROR_EOF && s.ic->pb && s.ic->pb->error < 0) {
-                throw std::runtime_error(s.path + ": read error: " + avError(r));
-            }
-            avcodec_send_packet(s.dec, nullptr);
-            s.flushing = true;
-            continue;
-        }
-        if (s.pkt->stream_index == s.vs) {
-            // Broken packets are skipped as FFmpeg's own tools do.
-            r = avcodec_send_packet(s.dec, s.pkt);
-            if (r < 0 && r != AVERROR_INVALIDDATA) {
-                av_packet_unref(s.pkt);
-                throw std::runtime_error(s.path + ": cannot decode video: " + avError(r));
-            }
-        } else if (others &&
-                   s.ic->streams[s.pkt->stream_index]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) {
-            others(s.pkt, s.ic->streams[s.pkt->stream_index]);
-        }
-        av_packet_unref(s.pkt);
+        if (!s.decodeNext(others)) return false;
+        const AVFrame* f = s.frame;
+        if (f->width > 0 && f->height > 0 &&
+            av_pix_fmt_desc_get(static_cast<AVPixelFormat>(f->format)))
+            break;
+        ++s.badPackets;
+        av_frame_unref(s.frame);
     }
 
     AVFrame* f = s.frame;
     const VideoInfo& info = s.info;
     const int64_t ts = f->best_effort_timestamp;
+    if (s.info.streamed && s.decoded == 0 && s.startPts == AV_NOPTS_VALUE) s.startPts = ts;
     if (ts != AV_NOPTS_VALUE && s.startPts != AV_NOPTS_VALUE) {
         out.pts = ts;
         out.time = s.secondsOf(ts);
@@ -228,6 +440,8 @@ bool VideoReader::next(DecodedFrame& out, uint32_t fourcc, const PacketSink& oth
         if (fmt == AV_PIX_FMT_BGRA && sameSize) {
             copyRows(f->data[0], f->linesize[0], reinterpret_cast<uint8_t*>(pic.data()), pic.stride,
                      info.width * 4, info.height);
+        } else if (sameSize && isDeepRgbOrGrey(fmt)) {
+            deepToArgb(f, pic);
         } else {
             uint8_t* dst[4] = {reinterpret_cast<uint8_t*>(pic.data()), nullptr, nullptr, nullptr};
             const int dstStride[4] = {pic.stride, 0, 0, 0};

@@ -28,8 +28,9 @@ struct VideoInfo {
     std::string container;
     int32_t otherStreams = 0;  // audio streams that can be copied
     // Presentation times in seconds from the start of the stream, in order,
-    // found by reading the packets once before decoding.
+    // found by reading the packets once before decoding; empty when streamed.
     std::vector<double> frameTimes;
+    bool streamed = false;  // standard input, read once as it arrives
 };
 
 struct DecodedFrame {
@@ -38,13 +39,18 @@ struct DecodedFrame {
     double time = 0.0;
 };
 
-// Called with every packet of an audio stream, in file order.
+// Called with every packet of a stream other than the video, in file order.
 using PacketSink = std::function<void(AVPacket* packet, const AVStream* stream)>;
+
+// True for a numbered image sequence such as in_%03d.png (FFmpeg's naming).
+bool isImageSequence(const std::string& path);
 
 class VideoReader {
 public:
-    // Throws std::runtime_error: unreadable file, no video, no decoder.
-    explicit VideoReader(const std::string& path);
+    // `path` "-" streams standard input; `sequenceRate` is the frame rate of
+    // an image sequence (25 when unknown). Throws std::runtime_error:
+    // unreadable file, no video, no decoder.
+    explicit VideoReader(const std::string& path, Rational sequenceRate = {});
     ~VideoReader();
     VideoReader(const VideoReader&) = delete;
     VideoReader& operator=(const VideoReader&) = delete;
@@ -56,8 +62,13 @@ public:
     // The audio streams, which the writer can copy.
     std::vector<const AVStream*> audioStreams() const;
     // The next frame in presentation order as `fourcc` words; false at the
-    // end. Audio packets read on the way go to `others` (may be empty).
+    // end. Packets of the other streams (audio, subtitles, data) read on the
+    // way go to `others` (may be empty).
+    // Damaged pictures are skipped, and data that stops making sense ends
+    // the video; only a failing read (or memory) throws.
     bool next(DecodedFrame& out, uint32_t fourcc, const PacketSink& others = {});
+    // The damage met so far, in words; empty for none.
+    std::string damage() const;
 
 private:
     struct State;

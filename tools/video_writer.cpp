@@ -4,11 +4,14 @@ extern "C" {
 #include <libavutil/opt.h>
 }
 
+#include <algorithm>
 #include <cstring>
+#include <map>
 #include <new>
 #include <stdexcept>
 
 #include "tools/av_support.h"
+#include "tools/output_file.h"
 #include "tools/params.h"
 
 namespace reelfx::tool {
@@ -21,6 +24,10 @@ struct VideoWriter::State {
     AVFrame* frame = nullptr;
     AVPacket* pkt = nullptr;
     AVPixelFormat fmt = AV_PIX_FMT_NONE;
+    int32_t width = 0, height = 0;  // encoded: the frame's size, or padded to whole chroma samples
+    Picture padded;
+    bool interlaced = false, topFieldFirst = false;
+    std::vector<std::string> notices;
     bool headerWritten = false;
     bool finished = false;
     bool fileOpen = false;
@@ -39,17 +46,51 @@ struct VideoWriter::State {
 
     bool isY4m() const { return std::strcmp(oc->oformat->name, "yuv4mpegpipe") == 0; }
 
+    // A failure of FFmpeg's writing calls; after a signal the run ends as
+    // interrupted instead.
+    [[noreturn]] void failWrite(int r) const {
+        throwIfInterrupted();
+        throw std::runtime_error("cannot write " + settings.containerName + ": " + avError(r));
+    }
+    [[noreturn]] void failEncode(int r) const {
+        throwIfInterrupted();
+        throw std::runtime_error("cannot encode video for " + settings.containerName + ": " +
+                                 avError(r));
+    }
+
     void writeHeader() {
         if (headerWritten) return;
         // MP4 and QuickTime files get their index up front, so players and
         // browsers can start before the whole file has arrived.
         AVDictionary* options = nullptr;
         const std::string name = oc->oformat->name;
-        if (name == "mp4" || name == "mov") av_dict_set(&options, "movflags", "+faststart", 0);
+        if (name == "mp4" || name == "mov") {
+            if (av_dict_set(&options, "movflags", "+faststart", 0) < 0) throw std::bad_alloc();
+        }
+        // A still name without a frame number is written over, not numbered.
+        if (name == "image2" && !isSequenceName(settings.containerName) &&
+            av_dict_set(&options, "update", "1", 0) < 0) {
+            av_dict_free(&options);
+            throw std::bad_alloc();
+        }
         const int r = avformat_write_header(oc, &options);
         av_dict_free(&options);
         if (r < 0) {
-            throw std::runtime_error("cannot write " + settings.containerName + ": " + avError(r));
+            // Containers without a codec table refuse only here: name what
+            // was offered.
+            throwIfInterrupted();
+            std::string streams;
+            for (unsigned i = 0; i < oc->nb_streams; ++i) {
+                const AVCodecParameters* par = oc->streams[i]->codecpar;
+                const char* kind = av_get_media_type_string(par->codec_type);
+                streams += std::string(i ? ", " : "") + avcodec_get_name(par->codec_id) + " " +
+                           (kind ? kind : "data");
+            }
+            throw std::runtime_error("cannot write " + settings.containerName + ": the " +
+                                     oc->oformat->name + " container refused " + streams + " (" +
+                                     avError(r) + "); .mkv holds them all" +
+                                     (oc->nb_streams > 1 ? ", or leave streams out with --no-audio"
+                                                         : ""));
         }
         headerWritten = true;
     }
@@ -58,13 +99,10 @@ struct VideoWriter::State {
         while (true) {
             const int r = avcodec_receive_packet(enc, pkt);
             if (r == AVERROR(EAGAIN) || r == AVERROR_EOF) return;
-            if (r < 0) throw std::runtime_error("cannot encode video: " + avError(r));
+            if (r < 0) failEncode(r);
             av_packet_rescale_ts(pkt, enc->time_base, vst->time_base);
             pkt->stream_index = vst->index;
-            if (const int w = av_interleaved_write_frame(oc, pkt); w < 0) {
-                throw std::runtime_error("cannot write " + settings.containerName + ": " +
-                                         avError(w));
-            }
+            if (const int w = av_interleaved_write_frame(oc, pkt); w < 0) failWrite(w);
         }
     }
 };
@@ -95,14 +133,23 @@ const AVCodec* pickEncoder(const VideoOutputSettings& settings, const AVOutputFo
     const std::string name = of->name;
     if (name == "yuv4mpegpipe") return avcodec_find_encoder(AV_CODEC_ID_WRAPPED_AVFRAME);
     if (name.find("matroska") != std::string::npos) return avcodec_find_encoder(AV_CODEC_ID_FFV1);
-    if (name == "mp4" || name == "mov") {
+    // H.264 where players expect it: the MP4 family and transport streams
+    // (whose own default, MPEG-2, takes only broadcast frame rates).
+    if (name == "mp4" || name == "mov" || name == "ipod" || name == "3gp" || name == "3g2" ||
+        name == "mpegts") {
         // Debian's libavcodec has libx264; other builds may only have another
         // H.264 encoder, or none, and then MPEG-4 part 2 still plays anywhere.
         if (const AVCodec* c = avcodec_find_encoder_by_name("libx264")) return c;
         if (const AVCodec* c = avcodec_find_encoder(AV_CODEC_ID_H264)) return c;
         return avcodec_find_encoder(AV_CODEC_ID_MPEG4);
     }
-    return avcodec_find_encoder(of->video_codec);
+    // MPEG program streams and MXF with MPEG-2, which takes more frame rates
+    // than MPEG-1.
+    if (name == "mpeg" || name == "vob" || name == "dvd" || name == "mxf")
+        return avcodec_find_encoder(AV_CODEC_ID_MPEG2VIDEO);
+    // Pictures (image2) by their extension: .jpg, .tif, .bmp, out_%04d.png.
+    return avcodec_find_encoder(av_guess_codec(of, nullptr, settings.containerName.c_str(),
+                                               nullptr, AVMEDIA_TYPE_VIDEO));
 }
 
 AVPixelFormat pickPixelFormat(const VideoOutputSettings& settings, const AVCodec* codec, bool y4m) {
@@ -135,11 +182,72 @@ AVPixelFormat pickPixelFormat(const VideoOutputSettings& settings, const AVCodec
     const bool lossless =
         d && (d->props & AV_CODEC_PROP_LOSSLESS) && !(d->props & AV_CODEC_PROP_LOSSY);
     if (!list) return exact;
-    if (lossless && listed(list, exact)) return exact;
-    // 4:2:0 is what players expect from lossy video.
-    if (even && listed(list, AV_PIX_FMT_YUV420P)) return AV_PIX_FMT_YUV420P;
+    if (lossless) {
+        return listed(list, exact) ? exact
+                                   : avcodec_find_best_pix_fmt_of_list(list, exact, 1, nullptr);
+    }
+    // A JPEG picture keeps full chroma at any size.
+    if (codec->id == AV_CODEC_ID_MJPEG && listed(list, AV_PIX_FMT_YUVJ444P))
+        return AV_PIX_FMT_YUVJ444P;
+    // 4:2:0 is what players (browsers included) expect from lossy video; odd
+    // sizes are padded to it.
+    if (listed(list, AV_PIX_FMT_YUV420P)) return AV_PIX_FMT_YUV420P;
     if (listed(list, AV_PIX_FMT_YUV444P)) return AV_PIX_FMT_YUV444P;
     return avcodec_find_best_pix_fmt_of_list(list, exact, 1, nullptr);
+}
+
+// Rounds up to whole chroma samples of `fmt` (4:2:0 needs even sizes).
+int32_t roundUpToChroma(int32_t size, int log2) {
+    const int32_t step = 1 << log2;
+    return (size + step - 1) / step * step;
+}
+
+// `in` grown to `w` x `h` by repeating its last column and row.
+void padInto(const Picture& in, Picture& out, int32_t w, int32_t h) {
+    if (out.width != w || out.height != h) out = Picture(w, h);
+    for (int32_t y = 0; y < h; ++y) {
+        const uint32_t* src = in.row(std::min(y, in.height - 1));
+        uint32_t* dst = out.row(y);
+        std::copy(src, src + in.width, dst);
+        std::fill(dst + in.width, dst + w, src[in.width - 1]);
+    }
+}
+
+void copyStreamSideData(const AVStream* in, AVStream* out) {
+    // Everything a container keeps about the picture (display matrix,
+    // stereo and spherical layout, HDR mastering); not the decoder buffer
+    // description, which belongs to the old bitstream.
+    for (int i = 0; i < in->nb_side_data; ++i) {
+        const AVPacketSideData& sd = in->side_data[i];
+        if (sd.type == AV_PKT_DATA_CPB_PROPERTIES) continue;
+        uint8_t* data = av_stream_new_side_data(out, sd.type, sd.size);
+        if (!data) throw std::bad_alloc();
+        std::memcpy(data, sd.data, sd.size);
+    }
+}
+
+// Container and stream tags that describe the new file rather than the old
+// one are left to the muxer.
+void copyTags(AVDictionary** out, const AVDictionary* in) {
+    if (av_dict_copy(out, in, 0) < 0) throw std::bad_alloc();
+    for (const char* key :
+         {"encoder", "DURATION", "NUMBER_OF_FRAMES", "NUMBER_OF_BYTES", "BPS", "_STATISTICS_TAGS",
+          "_STATISTICS_WRITING_APP", "_STATISTICS_WRITING_DATE_UTC", "major_brand",
+          "minor_version", "compatible_brands"}) {
+        if (av_dict_set(out, key, nullptr, 0) < 0) throw std::bad_alloc();
+    }
+}
+
+// An encoder option, its own or a general one.
+void setOption(AVCodecContext* enc, const char* name, const char* value) {
+    if (const int r = av_opt_set(enc, name, value, AV_OPT_SEARCH_CHILDREN); r < 0) {
+        throw std::runtime_error(std::string("cannot set the encoder's ") + name + " to " + value +
+                                 ": " + avError(r));
+    }
+}
+
+bool isMpeg12(AVCodecID id) {
+    return id == AV_CODEC_ID_MPEG1VIDEO || id == AV_CODEC_ID_MPEG2VIDEO;
 }
 
 }  // namespace
@@ -159,6 +267,8 @@ VideoWriter::VideoWriter(const VideoOutputSettings& settings) : s_(std::make_uni
     const std::string url = settings.path == "-" ? "pipe:1" : settings.path;
     if (avformat_alloc_output_context2(&s.oc, of, nullptr, url.c_str()) < 0 || !s.oc)
         throw std::bad_alloc();
+    // A signal ends blocking writes (a pipe nobody reads) too.
+    s.oc->interrupt_callback.callback = [](void*) { return interrupted() ? 1 : 0; };
     const bool y4m = s.isY4m();
     // YUV4MPEG2 has no field for the colour matrix and its readers take
     // BT.601, so RGB pictures are converted by that.
@@ -174,6 +284,27 @@ VideoWriter::VideoWriter(const VideoOutputSettings& settings) : s_(std::make_uni
                          " video; choose another --codec or output name");
     }
     s.fmt = pickPixelFormat(settings, codec, y4m);
+    // Interlaced sources stay interlaced, fields in the same order.
+    const AVStream* sourceVideo =
+        settings.sourceContainer && settings.sourceVideoStream >= 0 &&
+                settings.sourceVideoStream < static_cast<int32_t>(settings.sourceContainer->nb_streams)
+            ? settings.sourceContainer->streams[settings.sourceVideoStream]
+            : nullptr;
+    const AVFieldOrder order = sourceVideo ? sourceVideo->codecpar->field_order : AV_FIELD_UNKNOWN;
+    s.interlaced = order == AV_FIELD_TT || order == AV_FIELD_BB || order == AV_FIELD_TB ||
+                   order == AV_FIELD_BT;
+    s.topFieldFirst = order == AV_FIELD_TT || order == AV_FIELD_TB;
+    // Each field of an interlaced picture has whole chroma rows too.
+    const AVPixFmtDescriptor* desc = av_pix_fmt_desc_get(s.fmt);
+    s.width = roundUpToChroma(settings.width, desc ? desc->log2_chroma_w : 0);
+    s.height = roundUpToChroma(settings.height, (desc ? desc->log2_chroma_h : 0) +
+                                                    (s.interlaced && desc && desc->log2_chroma_h));
+    if (s.width != settings.width || s.height != settings.height) {
+        s.notices.push_back(std::to_string(settings.width) + "x" + std::to_string(settings.height) +
+                            " padded to " + std::to_string(s.width) + "x" +
+                            std::to_string(s.height) + " for " + av_get_pix_fmt_name(s.fmt) +
+                            " (the last column or row repeated)");
+    }
 
     s.enc = avcodec_alloc_context3(codec);
     s.frame = av_frame_alloc();
@@ -182,11 +313,11 @@ VideoWriter::VideoWriter(const VideoOutputSettings& settings) : s_(std::make_uni
     const AVRational rate =
         settings.frameRate.known() ? toAv(settings.frameRate) : AVRational{25, 1};
     AVRational tb = settings.timeBase.known() ? toAv(settings.timeBase) : av_inv_q(rate);
-    // YUV4MPEG2 takes its frame rate from the time base, and some encoders
-    // cannot take fine time bases.
-    if (y4m || tb.den > 65535) tb = av_inv_q(rate);
-    s.enc->width = settings.width;
-    s.enc->height = settings.height;
+    // YUV4MPEG2 and MPEG-1/2 take their frame rate from the time base, and
+    // some encoders cannot take fine time bases.
+    if (y4m || isMpeg12(codec->id) || tb.den > 65535) tb = av_inv_q(rate);
+    s.enc->width = s.width;
+    s.enc->height = s.height;
     s.enc->pix_fmt = s.fmt;
     s.enc->time_base = tb;
     s.enc->framerate = rate;
@@ -199,20 +330,33 @@ VideoWriter::VideoWriter(const VideoOutputSettings& settings) : s_(std::make_uni
         s.enc->color_trc = static_cast<AVColorTransferCharacteristic>(s.settings.colour.transfer);
         s.enc->color_range = isFullRangeFormat(s.fmt) ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
     }
+    if (s.interlaced) {
+        s.enc->field_order = order;
+        s.enc->flags |= AV_CODEC_FLAG_INTERLACED_DCT | AV_CODEC_FLAG_INTERLACED_ME;
+    }
     if (std::strcmp(codec->name, "libx264") == 0) {
-        av_opt_set(s.enc->priv_data, "preset", "medium", 0);
-        av_opt_set(s.enc->priv_data, "crf", "18", 0);
+        setOption(s.enc, "preset", "medium");
+        setOption(s.enc, "crf", "18");
+    } else if (std::strcmp(codec->name, "libx265") == 0) {
+        setOption(s.enc, "x265-params", "log-level=error");
     } else if (codec->id == AV_CODEC_ID_FFV1) {
-        av_opt_set_int(s.enc->priv_data, "level", 3, 0);  // sliced, so it encodes on all cores
-    } else if (codec->id == AV_CODEC_ID_MPEG4) {
+        setOption(s.enc, "level", "3");  // sliced, so it encodes on all cores
+    } else if (codec->id == AV_CODEC_ID_MPEG4 || isMpeg12(codec->id) ||
+               codec->id == AV_CODEC_ID_MJPEG) {
         s.enc->flags |= AV_CODEC_FLAG_QSCALE;
         s.enc->global_quality = FF_QP2LAMBDA * 3;
     }
     if (of->flags & AVFMT_GLOBALHEADER) s.enc->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     if (const int r = avcodec_open2(s.enc, codec, nullptr); r < 0) {
-        throw UsageError(std::string("cannot encode ") + std::to_string(settings.width) + "x" +
-                         std::to_string(settings.height) + " " + av_get_pix_fmt_name(s.fmt) +
-                         " video with " + codec->name + ": " + avError(r));
+        const std::string why =
+            isMpeg12(codec->id)
+                ? " (MPEG-1 and MPEG-2 video take only broadcast frame rates such as 24, 25, "
+                  "29.97, 30, 50 or 60 per second; write .mp4 or .mkv)"
+                : "";
+        throw UsageError(std::string("cannot encode ") + std::to_string(s.width) + "x" +
+                         std::to_string(s.height) + " " + av_get_pix_fmt_name(s.fmt) + " video at " +
+                         std::to_string(rate.num) + "/" + std::to_string(rate.den) +
+                         " frames per second with " + codec->name + ": " + avError(r) + why);
     }
     s.vst = avformat_new_stream(s.oc, nullptr);
     if (!s.vst || avcodec_parameters_from_context(s.vst->codecpar, s.enc) < 0)
@@ -220,10 +364,20 @@ VideoWriter::VideoWriter(const VideoOutputSettings& settings) : s_(std::make_uni
     s.vst->time_base = s.enc->time_base;
     s.vst->avg_frame_rate = rate;
     s.vst->sample_aspect_ratio = s.enc->sample_aspect_ratio;
+    // What the source file says about itself and its picture carries over:
+    // title, creation time, language, rotation.
+    if (settings.sourceContainer) copyTags(&s.oc->metadata, settings.sourceContainer->metadata);
+    if (const AVStream* in = sourceVideo) {
+        copyTags(&s.vst->metadata, in->metadata);
+        copyStreamSideData(in, s.vst);
+        s.vst->disposition = in->disposition;
+    }
 
     if (!(of->flags & AVFMT_NOFILE)) {
-        if (const int r = avio_open(&s.oc->pb, url.c_str(), AVIO_FLAG_WRITE); r < 0) {
-            throw std::runtime_error("cannot write " + settings.containerName + ": " + avError(r));
+        if (const int r = avio_open2(&s.oc->pb, url.c_str(), AVIO_FLAG_WRITE,
+                                     &s.oc->interrupt_callback, nullptr);
+            r < 0) {
+            s.failWrite(r);
         }
         s.fileOpen = true;
     }
@@ -240,7 +394,68 @@ std::string VideoWriter::container() const {
 
 bool VideoWriter::canCopy(const AVStream* in) const {
     if (s_->isY4m()) return false;
-    return avformat_query_codec(s_->oc->oformat, in->codecpar->codec_id, FF_COMPLIANCE_NORMAL) != 0;
+    const AVOutputFormat* of = s_->oc->oformat;
+    const AVCodecID id = in->codecpar->codec_id;
+    const int known = avformat_query_codec(of, id, FF_COMPLIANCE_NORMAL);
+    if (known >= 0) return known == 1;
+    // Containers without a codec table: Ogg holds only Xiph's codecs and
+    // Opus; the others (MPEG-TS, ...) are left to try.
+    if (std::strcmp(of->name, "ogg") == 0 || std::strcmp(of->name, "ogv") == 0 ||
+        std::strcmp(of->name, "oga") == 0) {
+        return id == AV_CODEC_ID_VORBIS || id == AV_CODEC_ID_OPUS || id == AV_CODEC_ID_FLAC ||
+               id == AV_CODEC_ID_SPEEX || id == AV_CODEC_ID_THEORA || id == AV_CODEC_ID_VP8;
+    }
+    return holds(in->codecpar->codec_type);
+}
+
+bool VideoWriter::holds(int32_t mediaType) const {
+    if (s_->isY4m()) return false;
+    const AVOutputFormat* of = s_->oc->oformat;
+    switch (mediaType) {
+        case AVMEDIA_TYPE_AUDIO:
+            return of->audio_codec != AV_CODEC_ID_NONE;
+        case AVMEDIA_TYPE_SUBTITLE:
+            return of->subtitle_codec != AV_CODEC_ID_NONE ||
+                   std::strcmp(of->name, "matroska") == 0 || std::strcmp(of->name, "webm") == 0 ||
+                   std::strcmp(of->name, "mp4") == 0 || std::strcmp(of->name, "mov") == 0;
+        default:
+            return !(of->flags & AVFMT_NOFILE) && std::strcmp(of->name, "image2") != 0 &&
+                   of->audio_codec != AV_CODEC_ID_NONE;
+    }
+}
+
+std::map<int32_t, int32_t> VideoWriter::addCopiedStreams(const AVFormatContext* in,
+                                                         int32_t videoStream, bool audio,
+                                                         const std::string& sourceName,
+                                                         std::vector<std::string>& leftOut) {
+    std::map<int32_t, int32_t> copied;
+    const std::string container = s_->isY4m() ? "YUV4MPEG2" : s_->oc->oformat->name;
+    for (unsigned i = 0; i < in->nb_streams; ++i) {
+        const AVStream* st = in->streams[i];
+        const AVMediaType type = st->codecpar->codec_type;
+        if (static_cast<int32_t>(i) == videoStream || (type == AVMEDIA_TYPE_AUDIO && !audio))
+            continue;
+        const char* kind = av_get_media_type_string(type);
+        const std::string what = std::string(kind ? kind : "unknown") + " stream " +
+                                 std::to_string(i) + " (" + streamCodecName(st) + ")";
+        if (canCopy(st)) {
+            copied[static_cast<int32_t>(i)] = addCopiedStream(st);
+        } else if (!holds(type)) {
+            leftOut.push_back(what + ": " + container + " holds no " + (kind ? kind : "such") +
+                              " streams");
+        } else if (type == AVMEDIA_TYPE_AUDIO) {
+            throw UsageError("the " + container + " container cannot hold the " +
+                             streamCodecName(st) + " audio of " + sourceName +
+                             "; write .mkv, or leave the audio out with --no-audio");
+        } else {
+            leftOut.push_back(what + ": " + container + " cannot hold " + streamCodecName(st));
+        }
+    }
+    return copied;
+}
+
+const std::vector<std::string>& VideoWriter::notices() const {
+    return s_->notices;
 }
 
 int32_t VideoWriter::addCopiedStream(const AVStream* in) {
@@ -248,7 +463,8 @@ int32_t VideoWriter::addCopiedStream(const AVStream* in) {
     if (!st || avcodec_parameters_copy(st->codecpar, in->codecpar) < 0) throw std::bad_alloc();
     st->codecpar->codec_tag = 0;
     st->time_base = in->time_base;
-    av_dict_copy(&st->metadata, in->metadata, 0);
+    copyTags(&st->metadata, in->metadata);
+    copyStreamSideData(in, st);
     st->disposition = in->disposition;
     // FFmpeg 5 still calls some standardised mappings experimental (FLAC and
     // Opus in MP4); a copy carries them over as they are.
@@ -256,21 +472,24 @@ int32_t VideoWriter::addCopiedStream(const AVStream* in) {
     return st->index;
 }
 
-void VideoWriter::writeFrame(const Picture& words, int64_t pts) {
+void VideoWriter::writeFrame(const Picture& picture, int64_t pts) {
     State& s = *s_;
     s.writeHeader();
     AVFrame* f = s.frame;
-    if (f->width != s.settings.width || f->height != s.settings.height || f->format != s.fmt) {
+    if (f->width != s.width || f->height != s.height || f->format != s.fmt) {
         av_frame_unref(f);
-        f->width = s.settings.width;
-        f->height = s.settings.height;
+        f->width = s.width;
+        f->height = s.height;
         f->format = s.fmt;
         if (av_frame_get_buffer(f, 0) < 0) throw std::bad_alloc();
     }
     // The encoder may still hold the previous frame's buffers.
     if (av_frame_make_writable(f) < 0) throw std::bad_alloc();
     const ColourTags& tags = s.settings.colour;
-    const int w = s.settings.width, h = s.settings.height;
+    const int w = s.width, h = s.height;
+    const bool pad = picture.width != w || picture.height != h;
+    if (pad) padInto(picture, s.padded, w, h);
+    const Picture& words = pad ? s.padded : picture;
 
     const bool viaRgb = s.settings.fourcc != kFourccAyuv || isRgbFormat(s.fmt);
     if (viaRgb) {
@@ -300,9 +519,9 @@ void VideoWriter::writeFrame(const Picture& words, int64_t pts) {
     const AVRational inTb =
         s.settings.timeBase.known() ? toAv(s.settings.timeBase) : s.enc->time_base;
     f->pts = av_rescale_q(pts, inTb, s.enc->time_base);
-    if (const int r = avcodec_send_frame(s.enc, f); r < 0) {
-        throw std::runtime_error("cannot encode video: " + avError(r));
-    }
+    f->interlaced_frame = s.interlaced;
+    f->top_field_first = s.topFieldFirst;
+    if (const int r = avcodec_send_frame(s.enc, f); r < 0) s.failEncode(r);
     s.drain();
 }
 
@@ -313,30 +532,38 @@ void VideoWriter::writePacket(AVPacket* packet, const AVStream* in, int32_t outI
     av_packet_rescale_ts(packet, in->time_base, out->time_base);
     packet->stream_index = outIndex;
     packet->pos = -1;
-    if (const int r = av_interleaved_write_frame(s.oc, packet); r < 0) {
-        throw std::runtime_error("cannot write " + s.settings.containerName + ": " + avError(r));
-    }
+    if (const int r = av_interleaved_write_frame(s.oc, packet); r < 0) s.failWrite(r);
 }
 
 void VideoWriter::finish() {
     State& s = *s_;
     if (s.finished) return;
     s.writeHeader();
-    avcodec_send_frame(s.enc, nullptr);
+    if (const int r = avcodec_send_frame(s.enc, nullptr); r < 0) s.failEncode(r);
     s.drain();
-    if (const int r = av_write_trailer(s.oc); r < 0) {
-        throw std::runtime_error("cannot write " + s.settings.containerName + ": " + avError(r));
-    }
+    if (const int r = av_write_trailer(s.oc); r < 0) s.failWrite(r);
     if (s.fileOpen) {
         avio_flush(s.oc->pb);
         const int err = s.oc->pb->error;
         avio_closep(&s.oc->pb);
         s.fileOpen = false;
-        if (err < 0)
-            throw std::runtime_error("cannot write " + s.settings.containerName + ": " +
-                                     avError(err));
+        if (err < 0) s.failWrite(err);
     }
     s.finished = true;
+}
+
+void writePicture(const std::string& path, const std::string& finalName, const Picture& argb) {
+    VideoOutputSettings settings;
+    settings.path = path;
+    settings.containerName = finalName;
+    settings.width = argb.width;
+    settings.height = argb.height;
+    settings.frameRate = Rational{1, 1};
+    settings.timeBase = Rational{1, 1};
+    settings.colour = rgbSourceTags();
+    VideoWriter writer(settings);
+    writer.writeFrame(argb, 0);
+    writer.finish();
 }
 
 std::string VideoWriter::description() const {
