@@ -42,10 +42,19 @@ void Converter::convert(const uint8_t* const src[], const int srcStride[], int s
                                  " to " + av_get_pix_fmt_name(dstFmt));
     }
     // RGB sides are full range by definition.
-    sws_setColorspaceDetails(ctx, sws_getCoefficients(srcSpace),
-                             isRgbFormat(srcFmt) ? 1 : srcFull, sws_getCoefficients(dstSpace),
-                             isRgbFormat(dstFmt) ? 1 : dstFull, 0, 1 << 16, 1 << 16);
-    sws_scale(ctx, src, srcStride, 0, srcH, dst, dstStride);
+    const std::string what =
+        std::string(av_get_pix_fmt_name(srcFmt)) + " to " + av_get_pix_fmt_name(dstFmt);
+    if (sws_setColorspaceDetails(ctx, sws_getCoefficients(srcSpace),
+                                 isRgbFormat(srcFmt) ? 1 : srcFull, sws_getCoefficients(dstSpace),
+                                 isRgbFormat(dstFmt) ? 1 : dstFull, 0, 1 << 16, 1 << 16) < 0) {
+        throw std::runtime_error("cannot set the colour matrices to convert " + what);
+    }
+    if (const int rows = sws_scale(ctx, src, srcStride, 0, srcH, dst, dstStride); rows != dstH) {
+        if (rows == AVERROR(ENOMEM)) throw std::bad_alloc();
+        throw std::runtime_error("cannot convert " + what + ": " +
+                                 (rows < 0 ? avError(rows) : std::to_string(rows) + " of " +
+                                                                 std::to_string(dstH) + " rows"));
+    }
 }
 
 Planes::Planes() : frame(av_frame_alloc()) {
