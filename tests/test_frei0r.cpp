@@ -99,6 +99,8 @@ TEST(Frei0r, ValuesMapOntoTheInstancesDeclaredBounds) {
          {{"Top (Pixel)", 100}, {"Left (Pixel)", 10}}},
         {"crop", "Crop", 40, 100, {{0, 0.5, nullptr}, {2, 0.0, nullptr}, {4, 0, "crop & re-center"}},
          {{"Top (Pixel)", 50}, {"Mode", 1}}},
+        // 100 of 576 rows as a host writes it back, six digits: 99.999936
+        {"crop", "Crop", 40, 576, {{0, 0.173611, nullptr}}, {{"Top (Pixel)", 100}}},
         {"multi_prism_lens", "Multi-Prism Lens", 48, 32, {{0, 0.99, nullptr}, {1, 7.0, nullptr}},
          {{"Prism Count", 19}, {"Center Radius", 1.0}}},
         {"lantern", "Lantern", 48, 32, {{1, 0.5, nullptr}, {0, -3.0, nullptr}},

@@ -1,8 +1,8 @@
 // Kdenlive's effect descriptions written at build time: each is well-formed
 // XML naming a frei0r plug-in that loads, and its parameters agree with the
 // plug-in's f0r_get_param_info and the module's declarations (names, order,
-// kinds, defaults, bounds, and a scale factor and offset that undo the
-// plug-in's mapping of 0..1 onto the declared bounds).
+// kinds, defaults, bounds, and a scale factor that undoes the plug-in's
+// mapping of 0..1 onto the declared bounds).
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
@@ -143,12 +143,14 @@ TEST(KdenliveEffects, AgreeWithThePluginsAndTheDeclarations) {
                 default: {
                     EXPECT_EQ(pi.type, F0R_PARAM_DOUBLE);
                     EXPECT_EQ(type, d.kind == kParameterKindWhole ? "constant" : "animated");
-                    const double factor = value(attr(p, "factor")), offset = value(attr(p, "offset"));
-                    EXPECT_EQ(value(attr(p, "min")), d.minimum);
-                    EXPECT_EQ(value(attr(p, "max")), d.maximum);
+                    // Kdenlive shows v * factor within min..max and has no
+                    // offset: the amount above the declared minimum.
+                    const double factor = value(attr(p, "factor"));
+                    EXPECT_EQ(value(attr(p, "min")), 0);
+                    EXPECT_EQ(value(attr(p, "max")), d.maximum - d.minimum);
                     EXPECT_EQ(factor, d.maximum - d.minimum);
-                    EXPECT_EQ(offset, d.minimum);
-                    EXPECT_NEAR(value(attr(p, "default")) * factor + offset, d.initial, 1e-9);
+                    EXPECT_NEAR(value(attr(p, "default")) * factor + d.minimum, d.initial, 1e-9);
+                    EXPECT_EQ(children(p, "comment").size(), d.minimum != 0 ? 1u : 0u);
                     break;
                 }
             }

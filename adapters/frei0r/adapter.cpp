@@ -7,7 +7,9 @@
 //   raised or lowered to it), mapped linearly onto the bounds the instance
 //   declared for the frame size it was made for: 0 is the minimum, 1 the
 //   maximum (a crop margin at 1 is the whole frame height or width); whole
-//   numbers are truncated toward zero after mapping, as the module does;
+//   numbers are truncated toward zero after mapping, as the module does
+//   (a value within a millionth of the range below a whole number counts as
+//   that number: hosts round what they store to six digits);
 // - choices are strings holding the choice text (any case) or its index as
 //   digits; an unknown text is reported once on standard error;
 // - colours are frei0r colours; the alpha byte keeps the declared default;
@@ -120,6 +122,15 @@ std::string modulePath() {
         if (slash != std::string::npos) return lib.substr(0, slash) + "/libreelfx.so";
     }
     return "libreelfx.so";
+}
+
+// Hosts write frei0r values as text with six significant digits (Kdenlive
+// hands back shown / factor, 100 rows of 576 as 0.173611), so a whole number
+// comes back a hair below itself; within a millionth of the range it counts
+// as that number before truncation.
+double snapWhole(double mapped, const ParameterInfo& p) {
+    const double nearest = std::round(mapped);
+    return std::fabs(mapped - nearest) <= (p.maximum - p.minimum) * 1e-6 ? nearest : mapped;
 }
 
 double clamp01(double v) { return std::isnan(v) ? 0.0 : std::clamp(v, 0.0, 1.0); }
@@ -314,7 +325,7 @@ void setParam(f0r_instance_t instance, f0r_param_t value, int index) {
             default: {
                 const double v = clamp01(*static_cast<f0r_param_double*>(value));
                 double mapped = fromFrei0r(v, p.minimum, p.maximum);
-                if (p.kind == kParameterKindWhole) mapped = std::trunc(mapped);
+                if (p.kind == kParameterKindWhole) mapped = std::trunc(snapWhole(mapped, p));
                 inst->instance->setParameter(index, mapped);
                 break;
             }

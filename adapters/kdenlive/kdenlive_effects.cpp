@@ -4,15 +4,19 @@
 //
 //   kdenlive_effects <module> <output folder>
 //
-// Kdenlive shows a frei0r value v as v * factor + offset (and hands back
-// (shown - offset) / factor); with factor = maximum - minimum and offset =
-// minimum that is exactly the declared value the plug-in maps v onto. Bounds that follow the frame size use the profile's
-// size, the frame size Kdenlive makes its instances for.
+// Kdenlive shows a frei0r value v as v * factor (and hands back shown /
+// factor). With factor = maximum - minimum that is exactly the declared value
+// the plug-in maps v onto when the minimum is 0; Kdenlive has no offset, so a
+// parameter with another minimum is shown as the amount above its minimum
+// (0 .. maximum - minimum), which its comment says. Bounds that follow the
+// frame size use the profile's size, the frame size Kdenlive makes its
+// instances for.
 #include <cctype>
 #include <charconv>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -85,18 +89,25 @@ std::string describeEffect(const reelfx::Module& module, const reelfx::EffectInf
             std::snprintf(text, sizeof text, "0x%08x", (argb << 8) | (argb >> 24));
             x += "    <parameter type=\"color\" name=\"" + name + "\" default=\"" + text + "\">\n";
         } else {
-            std::string min = number(p.minimum), max = number(p.maximum);
-            std::string factor = number(p.maximum - p.minimum);
-            if (j < other.size() && other[j].maximum != p.maximum && p.minimum == 0) {
-                max = factor = p.maximum == 48 ? "%maxHeight" : "%maxWidth";
-            }
             const double range = p.maximum - p.minimum;
+            std::string max = number(range);
+            if (j < other.size() && other[j].maximum != p.maximum) {
+                // Follows the frame size: only whole-frame bounds from 0 can be said.
+                if (p.minimum != 0 || (p.maximum != 48 && p.maximum != 64)) {
+                    throw std::runtime_error(effect.name + ": \"" + p.name +
+                                             "\" has bounds Kdenlive cannot show");
+                }
+                max = p.maximum == 48 ? "%maxHeight" : "%maxWidth";
+            }
             const bool whole = p.kind == kParameterKindWhole;
             x += "    <parameter type=\"" + std::string(whole ? "constant" : "animated") +
                  "\" name=\"" + name + "\" default=\"" +
-                 number(range > 0 ? (p.initial - p.minimum) / range : 0.0) + "\" min=\"" + min +
-                 "\" max=\"" + max + "\" factor=\"" + factor + "\" offset=\"" + min + "\"" +
-                 (whole ? " decimals=\"0\"" : "") + ">\n";
+                 number(range > 0 ? (p.initial - p.minimum) / range : 0.0) + "\" min=\"0\" max=\"" +
+                 max + "\" factor=\"" + max + "\"" + (whole ? " decimals=\"0\"" : "") + ">\n";
+            if (p.minimum != 0) {
+                x += "        <comment>" + name + " " + number(p.minimum) + " plus the value shown (" +
+                     number(p.minimum) + " to " + number(p.maximum) + ")</comment>\n";
+            }
         }
         x += "        <name>" + name + "</name>\n";
         x += "    </parameter>\n";
