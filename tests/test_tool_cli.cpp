@@ -375,17 +375,5 @@ TEST_F(ToolCli, ProgressBarAndPipesOnATerminal) {
         << r.out;
 }
 
-// Stopped half way, a render exits with 130, removes its temporary file and
-// leaves nothing under the output name.
-TEST_F(ToolCli, InterruptedRenderLeavesNothingBehind) {
-    const Outcome r = shell(
-        tool({"render", "Lantern", "-o", "long.mkv", "--size", "32x18", "--duration", "3000"}) +
-        " & pid=$!; i=0; while ! ls .long.mkv.*.part >/dev/null 2>&1 && [ $i -lt 600 ]; do sleep "
-        "0.05; i=$((i+1)); done; kill -TERM $pid; wait $pid; echo status $?");
-    EXPECT_EQ(r.out, "status 130\n") << r.err;
-    EXPECT_NE(r.err.find("interrupted; nothing written"), std::string::npos) << r.err;
-    EXPECT_TRUE(nothingWritten("long.mkv"));
-}
-
 }  // namespace
 }  // namespace reelfx::tool

@@ -1,6 +1,8 @@
 // What the reelfx program writes, end to end on small clips made by the
 // ffmpeg program and checked with ffprobe: containers and picture names,
-// what a file carries besides its pictures, existing files, signals.
+// what a file carries besides its pictures, stills of every PNG kind,
+// sequences, damaged files, streams on standard input, existing files,
+// signals.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/wait.h>
@@ -170,6 +172,152 @@ TEST_F(ToolOutput, EveryCommonNameWorksOrSaysWhy) {
         EXPECT_EQ(hidden(), std::vector<std::string>{}) << c.output;
     }
     EXPECT_TRUE(fs::exists(path("o_01.png")) && !fs::exists(path("o_04.png")));
+}
+
+// Stills of every PNG kind keep their values: two pixels written exactly
+// by ffmpeg from raw bytes (8 and 16 bits, grey, alpha; palette through
+// palettegen, which keeps two colours exact) come back unchanged through an
+// effect that leaves them as they are.
+TEST_F(ToolOutput, PngValuesOfEveryDepthAndKind) {
+    const std::string want8 = std::string("\x80\x40\x20\x7f\x01\xfe\x7f\xff", 8);
+    const struct {
+        const char* pixFmt;
+        std::string raw;
+        std::string rgba;  // the two pixels the output PNG holds
+        const char* filter;
+    } cases[] = {
+        {"rgb24", std::string("\x80\x40\x20\x01\xfe\x7f", 6),
+         std::string("\x80\x40\x20\xff\x01\xfe\x7f\xff", 8), ""},
+        {"rgb48be", std::string("\x80\x80\x40\x40\x20\x20\x01\x01\xfe\xfe\x7f\x7f", 12),
+         std::string("\x80\x40\x20\xff\x01\xfe\x7f\xff", 8), ""},
+        {"rgba", want8, want8, ""},
+        {"rgba64be",
+         std::string("\x80\x80\x40\x40\x20\x20\x7f\x7f\x01\x01\xfe\xfe\x7f\x7f\xff\xff", 16), want8,
+         ""},
+        {"gray", std::string("\x80\x01", 2), std::string("\x80\x80\x80\xff\x01\x01\x01\xff", 8), ""},
+        {"gray16be", std::string("\x80\x80\x01\x01", 4),
+         std::string("\x80\x80\x80\xff\x01\x01\x01\xff", 8), ""},
+        {"ya8", std::string("\x80\x7f\x01\xff", 4),
+         std::string("\x80\x80\x80\x7f\x01\x01\x01\xff", 8), ""},
+        {"ya16be", std::string("\x80\x80\x7f\x7f\x01\x01\xff\xff", 8),
+         std::string("\x80\x80\x80\x7f\x01\x01\x01\xff", 8), ""},
+        {"rgb24", std::string("\x80\x40\x20\x01\xfe\x7f", 6),
+         std::string("\x80\x40\x20\xff\x01\xfe\x7f\xff", 8),
+         " -vf 'split[a][b];[a]palettegen=max_colors=4:reserve_transparent=0[p];[b][p]paletteuse'"
+         " -pix_fmt pal8"},
+    };
+    for (const auto& c : cases) {
+        std::ofstream(path("in.raw"), std::ios::binary) << c.raw;
+        ffmpeg(std::string("-f rawvideo -pix_fmt ") + c.pixFmt + " -s 2x1 -i in.raw" + c.filter +
+               " in.png");
+        const std::string kind = probe("in.png", "stream=pix_fmt");
+        const Outcome r = reelfx("render|Flip XY|-p|Flip Y Axis=No|in.png|-o|out.png|-q|-y");
+        ASSERT_EQ(r.status, 0) << kind << r.err;
+        ffmpeg("-i out.png -f rawvideo -pix_fmt rgba out.rgba");
+        EXPECT_EQ(slurp(path("out.rgba")), c.rgba) << kind;
+    }
+}
+
+// Numbered pictures in (at --fps, 25 without) and out, as ffmpeg names them.
+TEST_F(ToolOutput, ImageSequencesInAndOut) {
+    ffmpeg("-f lavfi -i testsrc2=size=32x24:rate=10:duration=0.6 in_%03d.png");
+    const struct {
+        const char *args, *file, *rate;
+    } cases[] = {
+        {"|--fps|5|-o|o.mkv", "o.mkv", "5/1,6\n"},
+        {"|-o|o.mkv", "o.mkv", "25/1,6\n"},
+        {"|--fps|5|-o|out_%04d.png", "out_0006.png", nullptr},
+    };
+    for (const auto& c : cases) {
+        const Outcome r = reelfx(std::string("render|Flip XY|in_%03d.png|-q|-y") + c.args);
+        ASSERT_EQ(r.status, 0) << c.args << "\n" << r.err;
+        EXPECT_TRUE(fs::exists(path(c.file))) << c.args;
+        if (c.rate) {
+            EXPECT_EQ(shell("ffprobe -v error -count_frames -show_entries "
+                            "stream=r_frame_rate,nb_read_frames -of csv=p=0 o.mkv")
+                          .out,
+                      c.rate);
+        }
+    }
+    EXPECT_FALSE(fs::exists(path("out_0007.png")));
+    EXPECT_EQ(hidden(), std::vector<std::string>{});
+}
+
+// A download broken off half way: the frames before the break are written,
+// as many as ffmpeg itself decodes, with a warning; a file that stops making
+// sense before its first frame is an error.
+TEST_F(ToolOutput, TruncatedFilesGiveTheFramesThatExist) {
+    for (const char* name : {"full.mp4", "full.mkv"}) {
+        ffmpeg(std::string("-f lavfi -i testsrc2=size=64x48:rate=25:duration=4 -f lavfi -i "
+                           "sine=duration=4 -c:v libx264 -g 10 -c:a aac -movflags +faststart ") +
+               name);
+        const std::string bytes = slurp(path(name));
+        const std::string cut = std::string("cut") + fs::path(name).extension().string();
+        std::ofstream(path(cut), std::ios::binary) << bytes.substr(0, bytes.size() / 2);
+        const Outcome r = reelfx("render|Flip XY|" + cut + "|-o|o.mkv|-y");
+        ASSERT_EQ(r.status, 0) << cut << "\n" << r.err;
+        EXPECT_NE(r.err.find("warning: " + cut + " is damaged"), std::string::npos) << r.err;
+        const std::string frames = shell("ffprobe -v error -count_frames -select_streams v "
+                                         "-show_entries stream=nb_read_frames -of csv=p=0 o.mkv")
+                                       .out;
+        const std::string byFfmpeg =
+            shell("ffmpeg -v quiet -i " + cut + " -map 0:v -f framecrc - | grep -c '^0,'").out;
+        EXPECT_GT(std::stoi(frames), 20) << cut;
+        EXPECT_EQ(frames, byFfmpeg) << cut;
+    }
+    std::ofstream(path("cut.mkv"), std::ios::binary) << slurp(path("full.mkv")).substr(0, 600);
+    const Outcome r = reelfx("render|Flip XY|cut.mkv|-o|none.mkv");
+    EXPECT_EQ(r.status, 1) << r.err;
+    EXPECT_FALSE(fs::exists(path("none.mkv")));
+}
+
+// A PNG of 68 bytes whose header claims 16384 x 16384 is refused for what
+// its data can hold, before a picture of that size is allocated (the run
+// has far less address space than such a picture needs).
+TEST_F(ToolOutput, PictureSizeClaimsAreCheckedAgainstTheFile) {
+    const std::string hex =
+        "89504e470d0a1a0a0000000d4948445200004000000040000806000000a9c810840000000b49444154789c63"
+        "6080000000080001b75873950000000049454e44ae426082";
+    std::string png;
+    for (size_t i = 0; i < hex.size(); i += 2)
+        png += static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16));
+    std::ofstream(path("huge.png"), std::ios::binary) << png;
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    // The sanitizers reserve more address space than any limit allows.
+    const std::string limit = "ASAN_OPTIONS=$ASAN_OPTIONS:max_allocation_size_mb=300 ";
+#else
+    const std::string limit = "ulimit -v 300000; ";
+#endif
+    const Outcome r = shell(limit + tool("render|Flip XY|huge.png|-o|o.png"));
+    EXPECT_EQ(r.status, 1) << r.err;
+    EXPECT_NE(r.err.find("huge.png: no picture size could be read (the file is damaged, or its "
+                         "header claims more than its data can hold)"),
+              std::string::npos)
+        << r.err;
+}
+
+// Standard input is rendered as it arrives: the first frame leaves reelfx
+// while ffmpeg is still producing the clip at its own pace (-re), for 8-bit
+// and for 10-bit 4:2:2 (ProRes) YUV4MPEG2 alike.
+TEST_F(ToolOutput, StandardInputIsStreamed) {
+    ffmpeg("-f lavfi -i testsrc2=size=64x48:rate=10:duration=3 -c:v prores_ks -profile:v 3 "
+           "-pix_fmt yuv422p10le pr.mov");
+    const struct {
+        const char *source, *pixFmt;
+    } cases[] = {
+        {"-f lavfi -i testsrc2=size=64x48:rate=10:duration=3 -f yuv4mpegpipe", "yuv420p"},
+        {"-i pr.mov -strict -1 -f yuv4mpegpipe", "yuv422p"},
+    };
+    for (const auto& c : cases) {
+        fs::remove(path("done"));
+        // The first 64x48 frame is in the first 10 kB of the output.
+        const Outcome r = shell("{ ffmpeg -nostdin -v error -re " + std::string(c.source) +
+                                " - ; touch done; } | " + tool("render|Flip XY|-|-o|-|-q") +
+                                " | { head -c 10000 >first.y4m; [ -e done ] && echo late || echo "
+                                "live; cat >/dev/null; }");
+        EXPECT_EQ(r.out, "live\n") << c.source << "\n" << r.err;
+        EXPECT_EQ(probe("first.y4m", "stream=pix_fmt"), std::string(c.pixFmt) + "\n") << c.source;
+    }
 }
 
 // ffmpeg's convention: off a terminal an existing file is kept unless -y

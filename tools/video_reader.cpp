@@ -117,8 +117,10 @@ OpenedInput openInput(const std::string& path, Rational sequenceRate) {
 
 // Every video packet's time in stream units, read once without decoding.
 // Stops early, setting `cutShort`, where the file stops making sense.
+// `lastEnd` is where the last packet of any stream ends, in seconds from the
+// file's start (negative when none says).
 std::vector<int64_t> scanStamps(const std::string& path, int32_t vs, Rational sequenceRate,
-                                bool& allStamped, bool& cutShort) {
+                                bool& allStamped, bool& cutShort, double& lastEnd) {
     OpenedInput scan = openInput(path, sequenceRate);
     struct Closer {
         AVFormatContext*& ic;
@@ -132,6 +134,8 @@ std::vector<int64_t> scanStamps(const std::string& path, int32_t vs, Rational se
     } freer{p};
     std::vector<int64_t> stamps;
     allStamped = true;
+    lastEnd = -1.0;
+    const int64_t start = scan.ic->start_time != AV_NOPTS_VALUE ? scan.ic->start_time : 0;
     while (true) {
         const int r = av_read_frame(scan.ic, p);
         throwIfReadError(scan.ic, path);
@@ -139,6 +143,13 @@ std::vector<int64_t> scanStamps(const std::string& path, int32_t vs, Rational se
         if (r < 0) {
             cutShort = r != AVERROR_EOF;
             break;
+        }
+        if (p->pts != AV_NOPTS_VALUE) {
+            const AVRational tb = scan.ic->streams[p->stream_index]->time_base;
+            const double end = (static_cast<double>(p->pts) + static_cast<double>(p->duration)) *
+                                   tb.num / tb.den -
+                               static_cast<double>(start) / AV_TIME_BASE;
+            lastEnd = std::max(lastEnd, end);
         }
         if (p->stream_index == vs && !(p->flags & AV_PKT_FLAG_DISCARD)) {
             const int64_t ts = p->pts != AV_NOPTS_VALUE ? p->pts : p->dts;
@@ -280,7 +291,9 @@ VideoReader::VideoReader(const std::string& path, Rational sequenceRate)
     // Read the packets once, without decoding, to learn every frame's time;
     // progress needs the number of frames in the effect's span up front.
     bool allStamped = true;
-    std::vector<int64_t> stamps = scanStamps(path, s.vs, sequenceRate, allStamped, s.cutShort);
+    double lastEnd = -1.0;
+    std::vector<int64_t> stamps =
+        scanStamps(path, s.vs, sequenceRate, allStamped, s.cutShort, lastEnd);
     if (allStamped && !stamps.empty()) {
         std::sort(stamps.begin(), stamps.end());
         s.startPts = st->start_time != AV_NOPTS_VALUE ? std::min(st->start_time, stamps.front())
@@ -310,6 +323,11 @@ VideoReader::VideoReader(const std::string& path, Rational sequenceRate)
     if (claimed > 0 && info.frameTimes.back() + 3 * step < claimed) {
         s.endsAt = info.frameTimes.back() + step;
         s.claimed = claimed;
+    } else if (lastEnd >= 0 && s.ic->duration > 0 && s.ic->duration != AV_NOPTS_VALUE &&
+               lastEnd + std::max(0.5, 3 * step) < static_cast<double>(s.ic->duration) / AV_TIME_BASE) {
+        // The container's length, where every stream stops well before it.
+        s.endsAt = lastEnd;
+        s.claimed = static_cast<double>(s.ic->duration) / AV_TIME_BASE;
     }
 }
 

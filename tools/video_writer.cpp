@@ -170,9 +170,16 @@ AVPixelFormat pickPixelFormat(const VideoOutputSettings& settings, const AVCodec
     }
     const bool even = settings.width % 2 == 0 && settings.height % 2 == 0;
     if (y4m) {
-        const auto src = static_cast<AVPixelFormat>(settings.sourcePixelFormat);
-        if (src == AV_PIX_FMT_YUV444P || src == AV_PIX_FMT_YUV422P || src == AV_PIX_FMT_GRAY8)
-            return src;
+        // The source's chroma layout in 8 bits (a 10-bit 4:2:2 source gives
+        // 4:2:2), which every reader of YUV4MPEG2 takes.
+        const AVPixFmtDescriptor* src =
+            av_pix_fmt_desc_get(static_cast<AVPixelFormat>(settings.sourcePixelFormat));
+        if (src && !(src->flags & (AV_PIX_FMT_FLAG_RGB | AV_PIX_FMT_FLAG_PAL))) {
+            if (src->nb_components <= 2) return AV_PIX_FMT_GRAY8;
+            if (src->log2_chroma_w == 0 && src->log2_chroma_h == 0) return AV_PIX_FMT_YUV444P;
+            if (src->log2_chroma_w == 1 && src->log2_chroma_h == 0 && settings.width % 2 == 0)
+                return AV_PIX_FMT_YUV422P;
+        }
         return even ? AV_PIX_FMT_YUV420P : AV_PIX_FMT_YUV444P;
     }
     // The pixels exactly as the module made them, where nothing is lost anyway.
