@@ -84,11 +84,13 @@ int main(int argc, char** argv) {
     CLI::App* render = app.add_subcommand("render", "Render a picture or video through one effect");
     render->add_option("effect", rq.effect, "Effect name (any case) or index")->required();
     render->add_option("input", rq.input,
-                       "PNG picture or video file (anything FFmpeg reads); - reads standard input "
-                       "(YUV4MPEG2); none renders the built-in test clip");
+                       "Picture or video file (anything FFmpeg reads), numbered pictures such as "
+                       "in_%03d.png; - reads standard input as it arrives (YUV4MPEG2, NUT, "
+                       "Matroska, ...); none renders the built-in test clip");
     render
         ->add_option("-o,--output", rq.output,
-                     ".png for a still; .mp4 (H.264), .mkv (lossless FFV1), .mov, ...; - writes "
+                     ".png, .jpg, .tif, ... for a still; out_%04d.png for numbered pictures; .mp4 "
+                     "(H.264 4:2:0), .mkv (lossless FFV1), .mov, .ts, .gif, .webp, ...; - writes "
                      "YUV4MPEG2 to standard output (default: named after input and effect)")
         ->type_name("FILE");
     render
@@ -123,13 +125,15 @@ int main(int argc, char** argv) {
         ->type_name("S");
     render
         ->add_option("--fps", fps,
-                     "Frame rate of video made from a still or the built-in clip (25)")
+                     "Frame rate of video made from a still or the built-in clip, or of "
+                     "numbered pictures read in (25)")
         ->type_name("RATE");
     render->add_option("--codec", rq.codec, "Video encoder (see ffmpeg -encoders)")
         ->type_name("NAME");
     render->add_option("--pix-fmt", rq.pixelFormat, "Pixel format of the encoded video")
         ->type_name("NAME");
-    render->add_flag("--no-audio", rq.noAudio, "Leave the input's audio out");
+    render->add_flag("--no-audio", rq.noAudio,
+                     "Leave the input's audio out (subtitles and data are still copied)");
     render->add_flag("-q,--quiet", rq.quiet, "No progress bar, no summary");
     bool overwrite = false, neverOverwrite = false;
     auto overwriteFlags = [&](CLI::App* command) {
