@@ -6,32 +6,14 @@ namespace {
 
 inline int channel(uint32_t p, int k) { return static_cast<int>((p >> (8 * k)) & 0xFF); }
 
-inline int clampByte(int v) { return v < 0 ? 0 : (v > 255 ? 255 : v); }
-
 }  // namespace
 
 uint32_t argbToAyuv(uint32_t p) {
-    const int r = channel(p, 2);
-    const int g = channel(p, 1);
-    const int b = channel(p, 0);
-    // Chroma is truncated toward zero as a signed offset from 128.
-    const int v = 128 - truncToInt32((0.3678 * g + 0.0714 * b) - 0.4392 * r);
-    const int u = 128 - truncToInt32((0.291 * g - 0.4392 * b) + 0.1482 * r);
-    const int y = 16 + truncToInt32((0.5041 * g + 0.2568 * r) + 0.097924 * b);
-    return (p & 0xFF000000u) | (static_cast<uint32_t>(y & 0xFF) << 16) |
-           (static_cast<uint32_t>(u & 0xFF) << 8) | static_cast<uint32_t>(v & 0xFF);
+    return argbToAyuvInline(p);
 }
 
 uint32_t ayuvToArgb(uint32_t p) {
-    const int y = channel(p, 2) - 16;
-    const int u = channel(p, 1) - 128;
-    const int v = channel(p, 0) - 128;
-    const double ys = 1.164383 * y;
-    const int b = clampByte(truncToInt32((2.017234 * u + ys) - 0.000135 * v));
-    const int g = clampByte(truncToInt32(ys - (0.813013 * v + 0.391781 * u)));
-    const int r = clampByte(truncToInt32((1.596002 * v - 0.000151 * u) + ys));
-    return (p & 0xFF000000u) | (static_cast<uint32_t>(r) << 16) | (static_cast<uint32_t>(g) << 8) |
-           static_cast<uint32_t>(b);
+    return ayuvToArgbInline(p);
 }
 
 uint32_t frameToArgb(uint32_t p, uint32_t format) {

@@ -22,3 +22,13 @@ inline int64_t truncToInt64(double v) {
 inline int32_t truncToInt64Low32(double v) {
     return static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint64_t>(truncToInt64(v))));
 }
+
+// Truncate toward zero a value that the caller's arithmetic keeps well inside
+// the 32-bit range (sums and products of byte values): a plain conversion,
+// which the compiler can vectorise, where truncToInt32 guards every input.
+inline int32_t truncBounded(double v) {
+    return static_cast<int32_t>(v);
+}
+inline int32_t truncBounded(float v) {
+    return static_cast<int32_t>(v);
+}
