@@ -24,17 +24,45 @@ constexpr double kPi = 3.141592653589793;
 constexpr double kHalfPi = 1.5707963267948966;
 constexpr double kTwoPi = 6.283185307179586;
 
+// Steps from the colour's offset from grey to the turned offset: into the
+// plane perpendicular to the grey axis, turned by the angle whose cosine
+// and sine are given, and back. Returns the turned offsets of blue, green
+// and red before they are truncated.
+void turnOffsets(double red, double green, double blue, double cosTheta, double sinTheta,
+                 double out[3]) {
+    const double m = (red + green + blue) * kThird;
+    const double b = blue - m;
+    const double g = green - m;
+    const double r = red - m;
+    const double u = (b - g) * kC2;
+    const double v = ((b + g) - (r + r)) * kC6;
+    const double x = (u + v) * kC2;
+    const double y = (v - u) * kC2;
+    const double x2 = (x * cosTheta) - (y * sinTheta);
+    const double y2 = (x * sinTheta) + (y * cosTheta);
+    const double u2 = (x2 - y2) * kC2;
+    const double v2 = (y2 + x2) * kC2;
+    const double a = u2 * kC2;
+    const double w = v2 * kC6;
+    out[0] = w + a;
+    out[1] = w - a;
+    out[2] = v2 * kK;
+}
+
+// Angles up to 2^30 are reduced exactly by fxSin and fxCos, and adding the
+// colour's polar angle to them rounds by less than 2^-22: the plane
+// rotation below stays well within one step of the polar turn there.
+constexpr double kPlaneTurnLimit = 1073741824.0;
+
 inline int32_t clampByte(int32_t v) {
     return v < 0 ? 0 : (v > 255 ? 255 : v);
 }
 
-// One ARGB pixel turned by theta around the grey axis; alpha carried through.
-uint32_t shiftPixel(uint32_t p, double theta) {
-    const uint32_t alpha = p & 0xFF000000u;
+// One ARGB pixel turned by theta through its polar angle; alpha carried.
+uint32_t polarTurn(uint32_t p, double theta) {
     const int32_t red = static_cast<int32_t>((p >> 16) & 0xFF);
     const int32_t green = static_cast<int32_t>((p >> 8) & 0xFF);
     const int32_t blue = static_cast<int32_t>(p & 0xFF);
-
     const double m = static_cast<double>(red + green + blue) * kThird;
     const double b = blue - m;
     const double g = green - m;
@@ -44,7 +72,6 @@ uint32_t shiftPixel(uint32_t p, double theta) {
     const double x = (u + v) * kC2;
     const double y = (v - u) * kC2;
     const double rho = std::sqrt((y * y) + (x * x));
-
     double phi;
     if (x != 0.0) {
         phi = fxAtan(y / x);
@@ -53,22 +80,83 @@ uint32_t shiftPixel(uint32_t p, double theta) {
     }
     if (x < 0.0) phi = phi + kPi;
     phi = phi + theta;
-
     const double x2 = fxCos(phi) * rho;
     const double y2 = fxSin(phi) * rho;
     const double u2 = (x2 - y2) * kC2;
     const double v2 = (y2 + x2) * kC2;
     const double a = u2 * kC2;
     const double w = v2 * kC6;
+    const int32_t b1 = clampByte(truncToInt32(truncToInt32(w + a) + m));
+    const int32_t g1 = clampByte(truncToInt32(truncToInt32(w - a) + m));
+    const int32_t r1 = clampByte(truncToInt32(truncToInt32(v2 * kK) + m));
+    return (p & 0xFF000000u) | (static_cast<uint32_t>(r1) << 16) |
+           (static_cast<uint32_t>(g1) << 8) | static_cast<uint32_t>(b1);
+}
 
-    const int32_t b0 = truncToInt32(w + a);
-    const int32_t g0 = truncToInt32(w - a);
-    const int32_t r0 = truncToInt32(v2 * kK);
-    const int32_t b1 = clampByte(truncToInt32(b0 + m));
-    const int32_t g1 = clampByte(truncToInt32(g0 + m));
-    const int32_t r1 = clampByte(truncToInt32(r0 + m));
-    return alpha | (static_cast<uint32_t>(r1) << 16) | (static_cast<uint32_t>(g1) << 8) |
-           static_cast<uint32_t>(b1);
+// The turn is linear in (R, G, B): the turned offset of each channel is a
+// weighted sum of the three channels, with weights found once per frame by
+// turning the three unit colours. Turning the offset by a rotation of the
+// plane instead of through its polar angle changes it by far less than one
+// step, so each truncated channel stays within one of the per-pixel polar
+// computation.
+struct Turn {
+    float blue[3], green[3], red[3];  // weights of R, G, B
+};
+
+Turn turnFor(double theta) {
+    const double cosTheta = fxCos(theta);
+    const double sinTheta = fxSin(theta);
+    double byRed[3], byGreen[3], byBlue[3];
+    turnOffsets(1.0, 0.0, 0.0, cosTheta, sinTheta, byRed);
+    turnOffsets(0.0, 1.0, 0.0, cosTheta, sinTheta, byGreen);
+    turnOffsets(0.0, 0.0, 1.0, cosTheta, sinTheta, byBlue);
+    Turn t;
+    float* rows[3] = {t.blue, t.green, t.red};
+    for (int c = 0; c < 3; ++c) {
+        rows[c][0] = static_cast<float>(byRed[c]);
+        rows[c][1] = static_cast<float>(byGreen[c]);
+        rows[c][2] = static_cast<float>(byBlue[c]);
+    }
+    return t;
+}
+
+// One channel: its turned offset truncated, the mean m = (R + G + B) / 3
+// added back and truncated again, clamped to a byte. For an integer k and a
+// channel sum s of 0 to 765, trunc(k + s * 0.3333333333333333) in double
+// precision equals trunc((3k + s) * (1/3 in single precision)) for every
+// |k| up to 3000, far beyond any turned offset.
+inline uint32_t channelOf(float offset, int32_t sum) {
+    const int32_t k = truncBounded(offset);
+    const int32_t c = truncBounded(static_cast<float>(3 * k + sum) * 0.33333334f);
+    return static_cast<uint32_t>(c < 0 ? 0 : (c > 255 ? 255 : c));
+}
+
+template <bool Ayuv>
+inline uint32_t turnPixel(uint32_t p, const Turn& t) {
+    if (Ayuv) p = ayuvToArgbInline(p);
+    const int32_t red = static_cast<int32_t>((p >> 16) & 0xFF);
+    const int32_t green = static_cast<int32_t>((p >> 8) & 0xFF);
+    const int32_t blue = static_cast<int32_t>(p & 0xFF);
+    const int32_t sum = red + green + blue;
+    const float fr = static_cast<float>(red);
+    const float fg = static_cast<float>(green);
+    const float fb = static_cast<float>(blue);
+    const uint32_t b1 = channelOf((t.blue[0] * fr + t.blue[1] * fg) + t.blue[2] * fb, sum);
+    const uint32_t g1 = channelOf((t.green[0] * fr + t.green[1] * fg) + t.green[2] * fb, sum);
+    const uint32_t r1 = channelOf((t.red[0] * fr + t.red[1] * fg) + t.red[2] * fb, sum);
+    const uint32_t out = (p & 0xFF000000u) | (r1 << 16) | (g1 << 8) | b1;
+    return Ayuv ? argbToAyuvInline(out) : out;
+}
+
+__attribute__((target_clones("avx2", "default"))) void turnRow(uint32_t* out, const uint32_t* in,
+                                                                int32_t width, const Turn& t,
+                                                                bool ayuv) {
+    const Turn turn = t;
+    if (ayuv) {
+        for (int32_t x = 0; x < width; ++x) out[x] = turnPixel<true>(in[x], turn);
+    } else {
+        for (int32_t x = 0; x < width; ++x) out[x] = turnPixel<false>(in[x], turn);
+    }
 }
 
 }  // namespace
@@ -81,35 +169,27 @@ void renderColorCircleShift(uint32_t* dst, const uint32_t* src, int32_t stride, 
 
     offset = clampParam(offset, 0.0, 1.0);
     period = clampParam(period, 0.0, 9000.0);
-    // A NaN or infinite progress gives a NaN angle; the truncations then
-    // give channels clamped to 0, never anything outside the pictures.
     const double theta = ((progress * period) + offset) * kTwoPi;
-
-    // The colour bytes of the result depend on the source's colour bytes
-    // alone (alpha passes through every step unchanged), and the turn costs
-    // an arctangent, a sine and a cosine: results are kept in a small
-    // direct-mapped cache, indexed by a hash of the colour bytes, for the
-    // duration of the frame. A key above 24 bits marks an empty entry.
-    constexpr int kCacheBits = 12;
-    uint32_t cacheKey[1 << kCacheBits];
-    uint32_t cacheValue[1 << kCacheBits];
-    std::fill_n(cacheKey, 1 << kCacheBits, 0xFFFFFFFFu);
-
+    const bool ayuv = format == kFourccAyuv;
     const int64_t pitch = stride >> 2;
-    for (int64_t y = 0; y < height; ++y) {
-        const uint32_t* in = src + y * pitch;
-        uint32_t* out = dst + y * pitch;
-        for (int32_t x = 0; x < width; ++x) {
-            const uint32_t s = in[x];
-            const uint32_t colour = s & 0x00FFFFFFu;
-            const uint32_t slot = (colour * 2654435761u) >> (32 - kCacheBits);
-            if (cacheKey[slot] != colour) {
-                cacheKey[slot] = colour;
-                cacheValue[slot] =
-                    argbToFrame(shiftPixel(frameToArgb(colour, format), theta), format) &
-                    0x00FFFFFFu;
+
+    // Far from zero the angle swamps the colour's own polar angle when the
+    // two are added, and every hue comes out turned to nearly the same
+    // direction; a NaN or infinite angle leaves only alpha. There the turn
+    // is taken per pixel through the polar angle, as written.
+    if (!(std::fabs(theta) <= kPlaneTurnLimit)) {
+        for (int64_t y = 0; y < height; ++y) {
+            const uint32_t* in = src + y * pitch;
+            uint32_t* out = dst + y * pitch;
+            for (int32_t x = 0; x < width; ++x) {
+                out[x] = argbToFrame(polarTurn(frameToArgb(in[x], format), theta), format);
             }
-            out[x] = (s & 0xFF000000u) | cacheValue[slot];
         }
+        return;
+    }
+
+    const Turn turn = turnFor(theta);
+    for (int64_t y = 0; y < height; ++y) {
+        turnRow(dst + y * pitch, src + y * pitch, width, turn, ayuv);
     }
 }
