@@ -24,14 +24,14 @@ int32_t boxCode(int32_t m) {
 
 // ARGB: the weights 28, 154, 74 (blue, green, red) sum to 256, so d is 256
 // times the luminance excess of the glare pixel; the factor saturates at 8
-// levels.
+// levels. A glare pixel no brighter gives the factor 0, which leaves D as it
+// is: (D * 2048) >> 11 == D.
 inline uint32_t blendArgb(uint32_t D, uint32_t G) {
     const int32_t d =
         28 * (static_cast<int32_t>(G & 0xFF) - static_cast<int32_t>(D & 0xFF)) +
         154 * (static_cast<int32_t>((G >> 8) & 0xFF) - static_cast<int32_t>((D >> 8) & 0xFF)) +
         74 * (static_cast<int32_t>((G >> 16) & 0xFF) - static_cast<int32_t>((D >> 16) & 0xFF));
-    if (d < 0) return D;
-    const uint32_t t = static_cast<uint32_t>(std::min(d, 2048));
+    const uint32_t t = static_cast<uint32_t>(d < 0 ? 0 : std::min(d, 2048));
     uint32_t out = 0;
     for (int k = 0; k < 32; k += 8) {
         const uint32_t g = (G >> k) & 0xFF, b = (D >> k) & 0xFF;
@@ -40,12 +40,11 @@ inline uint32_t blendArgb(uint32_t D, uint32_t G) {
     return out;
 }
 
-// AYUV: only the Y bytes decide.
+// AYUV: only the Y bytes decide; the factor 0 leaves D as it is.
 inline uint32_t blendAyuv(uint32_t D, uint32_t G) {
     const int32_t d =
         static_cast<int32_t>((G >> 16) & 0xFF) - static_cast<int32_t>((D >> 16) & 0xFF);
-    if (d < 0) return D;
-    const uint32_t t = static_cast<uint32_t>(std::min(d, 8));
+    const uint32_t t = static_cast<uint32_t>(d < 0 ? 0 : std::min(d, 8));
     uint32_t out = 0;
     for (int k = 0; k < 32; k += 8) {
         const uint32_t g = (G >> k) & 0xFF, b = (D >> k) & 0xFF;
@@ -54,13 +53,18 @@ inline uint32_t blendAyuv(uint32_t D, uint32_t G) {
     return out;
 }
 
-template <uint32_t (*Blend)(uint32_t, uint32_t)>
-void blendGlare(uint32_t* dst, const uint32_t* glare, ptrdiff_t pitch, int32_t width,
-                int32_t height) {
+__attribute__((target_clones("avx2", "default"))) void blendGlare(uint32_t* dst,
+                                                                  const uint32_t* glare,
+                                                                  ptrdiff_t pitch, int32_t width,
+                                                                  int32_t height, bool ayuv) {
     for (int32_t y = 0; y < height; ++y) {
         uint32_t* d = dst + y * pitch;
         const uint32_t* g = glare + y * pitch;
-        for (int32_t x = 0; x < width; ++x) d[x] = Blend(d[x], g[x]);
+        if (ayuv) {
+            for (int32_t x = 0; x < width; ++x) d[x] = blendAyuv(d[x], g[x]);
+        } else {
+            for (int32_t x = 0; x < width; ++x) d[x] = blendArgb(d[x], g[x]);
+        }
     }
 }
 
@@ -100,9 +104,5 @@ void renderDream(uint32_t* dst, const uint32_t* src, uint8_t** workBuffer, int32
     if (!fresh) return;
 
     const ptrdiff_t pitch = stride / 4;
-    if (format == kFourccArgb) {
-        blendGlare<blendArgb>(dst, glare, pitch, width, height);
-    } else {
-        blendGlare<blendAyuv>(dst, glare, pitch, width, height);
-    }
+    blendGlare(dst, glare, pitch, width, height, format == kFourccAyuv);
 }

@@ -186,6 +186,229 @@ void slideLanes(const uint32_t* src, ptrdiff_t laneStep, ptrdiff_t step, int32_t
     }
 }
 
+// Kernels whose outer weights are all equal (every catalogue kernel) and
+// whose table fields never carry into each other filter without the
+// running accumulators: the sum over the taps is then a plain sum of
+// products, 2 x centre(v_c) + outer(v) over the 2(n - 1) outer pixels + a
+// constant, and each product is an affine function of the byte followed by
+// an arithmetic shift, (v * mul + add) >> 16, found per call and checked
+// for all 256 bytes. The passes then run over all bytes of a row at once,
+// loops the compiler vectorises.
+struct UniformKernel {
+    int32_t reach;  // n - 1: the outer distances with a weight
+    int32_t outerMul, outerAdd;
+    int32_t centreMul, centreAdd;
+    int32_t constant;  // the fields of byte 0 over all distances, less the bias
+};
+
+// Field of distance d for byte v as BuildFilterTables stores it.
+int32_t fieldOf(const float* weights, int n, int d, int v) {
+    const double w0 = n >= 1 ? static_cast<double>(weights[0]) : 0.0;
+    const double weight = d == 0 ? 0.5 * w0 : (d < n ? static_cast<double>(weights[d]) : 0.0);
+    return product(weight, v) + negativeOffset(weight) + (d % 3 == 1 ? 1 : 0);
+}
+
+// (mul, add) with (v * mul + add) >> 16 == q[v] for every byte v, the sums
+// staying within 32 bits; false when none is near the slope `guess`.
+bool affineOf(const int32_t q[256], double guess, int32_t* mul, int32_t* add) {
+    if (!(std::fabs(guess) < 4194304.0)) return false;
+    const int64_t centre = std::llround(guess);
+    for (int64_t step = 0; step <= 64; ++step) {
+        for (int64_t a : {centre - step, centre + step}) {
+            int64_t lo = INT64_MIN, hi = INT64_MAX;
+            for (int64_t v = 0; v < 256; ++v) {
+                lo = std::max(lo, int64_t{q[v]} * 65536 - v * a);
+                hi = std::min(hi, (int64_t{q[v]} + 1) * 65536 - 1 - v * a);
+            }
+            const int64_t ends[] = {lo, lo + 255 * a};
+            if (lo <= hi && std::abs(ends[0]) < (int64_t{1} << 30) &&
+                std::abs(ends[1]) < (int64_t{1} << 30)) {
+                *mul = static_cast<int32_t>(a);
+                *add = static_cast<int32_t>(lo);
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+bool uniformKernel(const float* weights, int n, const FilterTables& tables, UniformKernel* k) {
+    const int32_t radius = 3 * tables.groups - 1;
+    if (n < 1 || n > radius + 1) return false;
+    int32_t field[9][256];
+    for (int d = 0; d <= radius; ++d) {
+        for (int v = 0; v < 256; ++v) {
+            field[d][v] = fieldOf(weights, n, d, v);
+            if (field[d][v] < 0 || field[d][v] > 1023) return false;
+        }
+    }
+    // No carries: per table, the largest fields of its three distances fit
+    // together in ten bits.
+    for (int j = 0; j < tables.groups; ++j) {
+        int32_t most = 0;
+        for (int d = 3 * j; d < 3 * j + 3; ++d) most += *std::max_element(field[d], field[d] + 256);
+        if (most > 1023) return false;
+    }
+    int32_t outer[256] = {};
+    for (int d = 1; d <= radius; ++d) {
+        for (int v = 0; v < 256; ++v) {
+            const int32_t q = field[d][v] - field[d][0];
+            if (d == 1 && d < n) outer[v] = q;
+            if (q != (d < n ? outer[v] : 0)) return false;
+        }
+    }
+    int32_t constant = -tables.bias;
+    for (int d = 1; d <= radius; ++d) constant += 2 * field[d][0];
+    k->reach = n - 1;
+    k->constant = constant;
+    const double w0 = static_cast<double>(weights[0]);
+    const double w1 = n >= 2 ? static_cast<double>(weights[1]) : 0.0;
+    return affineOf(outer, 4.0 * w1 * 65536.0, &k->outerMul, &k->outerAdd) &&
+           affineOf(field[0], 2.0 * w0 * 65536.0, &k->centreMul, &k->centreAdd);
+}
+
+inline int32_t tap(int32_t v, int32_t mul, int32_t add) {
+    return (v * mul + add) >> 16;
+}
+
+inline uint8_t clampToByte(int32_t sum) {
+    const int32_t r = sum >> 2;
+    return static_cast<uint8_t>(r <= 0 ? 0 : (r > 255 ? 255 : r));
+}
+
+// Pixels per chunk of a row and per column band: the working rows of a
+// chunk or band stay in the first-level cache.
+constexpr int32_t kUniformChunk = 128;
+
+// Up to kUniformChunk pixels of a row: `padded` holds their 4 * width bytes
+// with Reach pixels of the row (or its repeated edge pixels) on both sides.
+template <int Reach>
+__attribute__((always_inline)) inline void uniformRow(const uint8_t* padded, int32_t width,
+                                                      const UniformKernel& kernel, uint8_t* out) {
+    const UniformKernel k = kernel;
+    int32_t outer[4 * (kUniformChunk + 2 * Reach)];
+    const int32_t bytes = 4 * width;
+    const int32_t total = 4 * (width + 2 * Reach);
+    for (int32_t i = 0; i < total; ++i) outer[i] = tap(padded[i], k.outerMul, k.outerAdd);
+    const uint8_t* centre = padded + 4 * Reach;
+    for (int32_t i = 0; i < bytes; ++i) {
+        int32_t sum = 2 * tap(centre[i], k.centreMul, k.centreAdd) + k.constant;
+        for (int t = 0; t < Reach; ++t) sum += outer[i + 4 * t] + outer[i + 4 * (Reach + 1 + t)];
+        out[i] = clampToByte(sum);
+    }
+}
+
+// The passes over the rows: the line with its edge pixels repeated, then
+// chunk by chunk.
+template <int Reach>
+__attribute__((always_inline)) inline void rowsOfReach(const uint32_t* src, uint32_t* inter,
+                                                       ptrdiff_t pitch, int32_t width,
+                                                       int32_t height, const UniformKernel& k,
+                                                       uint32_t* line) {
+    for (int32_t y = 0; y < height; ++y) {
+        const uint32_t* in = src + y * pitch;
+        std::fill_n(line, Reach, in[0]);
+        std::copy_n(in, width, line + Reach);
+        std::fill_n(line + Reach + width, Reach, in[width - 1]);
+        for (int32_t x = 0; x < width; x += kUniformChunk) {
+            uniformRow<Reach>(reinterpret_cast<const uint8_t*>(line + x),
+                              std::min(kUniformChunk, width - x), k,
+                              reinterpret_cast<uint8_t*>(inter + y * pitch + x));
+        }
+    }
+}
+
+// One clone per instruction set around all the kernel widths (a template
+// cannot be cloned by every compiler).
+__attribute__((target_clones("avx2", "default"))) void uniformRows(
+    const uint32_t* src, uint32_t* inter, ptrdiff_t pitch, int32_t width, int32_t height,
+    const UniformKernel& k, uint32_t* line) {
+    switch (k.reach) {
+        case 0: rowsOfReach<0>(src, inter, pitch, width, height, k, line); break;
+        case 1: rowsOfReach<1>(src, inter, pitch, width, height, k, line); break;
+        case 2: rowsOfReach<2>(src, inter, pitch, width, height, k, line); break;
+        case 3: rowsOfReach<3>(src, inter, pitch, width, height, k, line); break;
+        case 4: rowsOfReach<4>(src, inter, pitch, width, height, k, line); break;
+        case 5: rowsOfReach<5>(src, inter, pitch, width, height, k, line); break;
+        case 6: rowsOfReach<6>(src, inter, pitch, width, height, k, line); break;
+        case 7: rowsOfReach<7>(src, inter, pitch, width, height, k, line); break;
+        default: rowsOfReach<8>(src, inter, pitch, width, height, k, line); break;
+    }
+}
+
+// Room for the products of the places in a column window, and the widest
+// column band.
+constexpr int32_t kRingEntries = 8192;
+constexpr int32_t kWidestBand = 512;
+
+// One band of `bytes` bytes of every row, filtered along the columns with a
+// running window per byte: the sum of the outer products of the
+// 2 * reach + 1 places around the centre row (edge rows repeated). The
+// products of the places in the window are kept in a ring, so each row's
+// products are formed once.
+__attribute__((target_clones("avx2", "default"))) void uniformColumns(
+    const uint8_t* src, uint8_t* dst, ptrdiff_t stride, int32_t height, int32_t bytes,
+    const UniformKernel& kernel) {
+    const UniformKernel k = kernel;
+    const int32_t places = 2 * k.reach + 1;
+    int16_t ring[kRingEntries];
+    int32_t window[4 * kWidestBand];
+    // Place p (from -reach on) sits in ring slot (p + reach) % places.
+    auto slotOf = [&](int32_t p) { return ring + ((p + k.reach) % places) * bytes; };
+    auto enter = [&](int32_t p) {
+        const uint8_t* r = src + std::clamp(p, 0, height - 1) * stride;
+        int16_t* slot = slotOf(p);
+        for (int32_t i = 0; i < bytes; ++i) {
+            slot[i] = static_cast<int16_t>(tap(r[i], k.outerMul, k.outerAdd));
+        }
+        return slot;
+    };
+    for (int32_t i = 0; i < bytes; ++i) window[i] = 0;
+    for (int32_t p = -k.reach; p <= k.reach; ++p) {
+        const int16_t* slot = enter(p);
+        for (int32_t i = 0; i < bytes; ++i) window[i] += slot[i];
+    }
+    for (int32_t y = 0; y < height; ++y) {
+        if (y > 0) {
+            // The place leaving the window shares its slot with the one
+            // entering.
+            int16_t* slot = slotOf(y + k.reach);
+            const uint8_t* r = src + std::min(y + k.reach, height - 1) * stride;
+            for (int32_t i = 0; i < bytes; ++i) {
+                const int16_t q = static_cast<int16_t>(tap(r[i], k.outerMul, k.outerAdd));
+                window[i] += q - slot[i];
+                slot[i] = q;
+            }
+        }
+        const uint8_t* c = src + y * stride;
+        const int16_t* own = slotOf(y);
+        uint8_t* out = dst + y * stride;
+        for (int32_t i = 0; i < bytes; ++i) {
+            out[i] = clampToByte(window[i] - own[i] + 2 * tap(c[i], k.centreMul, k.centreAdd) +
+                                 k.constant);
+        }
+    }
+}
+
+// Both passes of a uniform kernel; false when the working row cannot be
+// allocated.
+bool uniformPicture(const uint32_t* src, uint32_t* inter, uint32_t* dst, ptrdiff_t pitch,
+                    int32_t width, int32_t height, const UniformKernel& k) {
+    const size_t padded = static_cast<size_t>(width) + 2 * static_cast<size_t>(k.reach);
+    auto* line = static_cast<uint32_t*>(std::malloc(padded * 4));
+    if (!line) return false;
+    uniformRows(src, inter, pitch, width, height, k, line);
+    std::free(line);
+    // Bands as wide as the ring allows, in whole cache lines.
+    const int32_t band = std::min(kWidestBand, kRingEntries / (4 * (2 * k.reach + 1)) / 16 * 16);
+    for (int32_t x = 0; x < width; x += band) {
+        uniformColumns(reinterpret_cast<const uint8_t*>(inter + x),
+                       reinterpret_cast<uint8_t*>(dst + x), pitch * 4, height,
+                       4 * std::min(band, width - x), k);
+    }
+    return true;
+}
+
 }  // namespace
 
 const float* FilterKernel(int32_t code, int* n) {
@@ -300,7 +523,11 @@ bool FilterPicture(const FilterImage* source, const float* weights, int n,
     FilterTables tables;
     BuildFilterTables(weights, n, &tables);
     const bool filters = tables.groups >= 1 && tables.groups <= 3;
-    if (filters) {
+    UniformKernel uniform;
+    if (filters && uniformKernel(weights, n, tables, &uniform) &&
+        uniformPicture(src, inter, dst, pitch, width, height, uniform)) {
+        // Done by the plain sums.
+    } else if (filters) {
         // Rows in bands of kLanes rows, then columns in bands of kLanes
         // adjacent columns.
         auto pass = [&](const uint32_t* from, ptrdiff_t laneStep, ptrdiff_t step, int32_t count,
