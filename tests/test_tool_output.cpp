@@ -86,28 +86,30 @@ protected:
 };
 
 // Every stream a container takes is copied, with the tags and the rotation;
-// the ones it cannot take are named in one line.
+// the ones it cannot take are named in one line. The timecode track goes as
+// the timecode tag, from which MP4 and QuickTime make their track again.
 TEST_F(ToolOutput, TagsRotationFieldOrderAndStreamsCarryOver) {
     std::ofstream(path("s.srt")) << "1\n00:00:00,000 --> 00:00:00,200\nhello\n";
     ffmpeg(
         "-f lavfi -i testsrc2=size=64x48:rate=10:duration=0.3 -f lavfi -i sine=duration=0.3 -i "
         "s.srt -map 0 -map 1 -map 2 -c:v libx264 -flags +ildct+ilme -top 1 -c:a aac -c:s mov_text "
+        "-timecode 01:00:00:00 "
         "-metadata title=Holiday -metadata creation_time=2020-01-02T03:04:05Z "
-        "-metadata:s:v:0 language=fra -shortest plain.mp4");
+        "-metadata:s:v:0 language=fra -shortest plain.mov");
     // ffmpeg's copy drops the creation time: it is set again.
-    ffmpeg("-i plain.mp4 -map 0 -c copy -metadata:s:v:0 rotate=90 "
-           "-metadata creation_time=2020-01-02T03:04:05Z in.mp4");
+    ffmpeg("-i plain.mov -map 0 -c copy -metadata:s:v:0 rotate=90 "
+           "-metadata creation_time=2020-01-02T03:04:05Z in.mov");
     const struct {
         const char *output, *video, *streams, *leftOut;
     } cases[] = {
-        {"o.mp4", "h264,tt,fra,90", "video\naudio\nsubtitle\n", ""},
-        {"o.mov", "h264,tt,fra,90", "video\naudio\nsubtitle\n", ""},
+        {"o.mp4", "h264,tt,fra,90", "video\naudio\nsubtitle\ndata\n", ""},
+        {"o.mov", "h264,tt,fra,90", "video\naudio\nsubtitle\ndata\n", ""},
         // Matroska cannot hold MP4's subtitles (nor, in this FFmpeg, a rotation).
         {"o.mkv", "ffv1,tt,fra", "video\naudio\n",
          "left out of o.mkv: subtitle stream 2 (mov_text): matroska cannot hold mov_text\n"},
     };
     for (const auto& c : cases) {
-        const Outcome r = reelfx(std::string("render|Flip XY|in.mp4|-o|") + c.output);
+        const Outcome r = reelfx(std::string("render|Flip XY|in.mov|-o|") + c.output);
         ASSERT_EQ(r.status, 0) << r.err;
         EXPECT_EQ(r.err.find("left out") != std::string::npos, *c.leftOut != 0) << r.err;
         EXPECT_NE(r.err.find(c.leftOut), std::string::npos) << r.err;
@@ -128,6 +130,8 @@ TEST_F(ToolOutput, TagsRotationFieldOrderAndStreamsCarryOver) {
                                      std::string(c.output))
                                      .out;
         EXPECT_NE(tags.find("Holiday"), std::string::npos) << c.output << tags;
+        EXPECT_EQ(probe(c.output, "stream_tags=timecode", "v:0").rfind("01:00:00:0", 0), 0u)
+            << c.output;
         EXPECT_NE(tags.find("2020-01-02T03:04:05"), std::string::npos) << c.output << tags;
     }
 }

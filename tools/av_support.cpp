@@ -130,7 +130,13 @@ int32_t streamIndex(const AVStream* stream) {
 }
 
 std::string streamCodecName(const AVStream* stream) {
-    return avcodec_get_name(stream->codecpar->codec_id);
+    const AVCodecParameters* par = stream->codecpar;
+    if (par->codec_id == AV_CODEC_ID_NONE && par->codec_tag != 0) {
+        char tag[AV_FOURCC_MAX_STRING_SIZE] = {};
+        av_fourcc_make_string(tag, par->codec_tag);
+        return std::string("tag ") + tag;
+    }
+    return avcodec_get_name(par->codec_id);
 }
 
 Picture scaleArgb(const Picture& argb, int32_t width, int32_t height) {

@@ -442,6 +442,12 @@ std::map<int32_t, int32_t> VideoWriter::addCopiedStreams(const AVFormatContext* 
         const AVMediaType type = st->codecpar->codec_type;
         if (static_cast<int32_t>(i) == videoStream || (type == AVMEDIA_TYPE_AUDIO && !audio))
             continue;
+        // A QuickTime timecode track travels as the "timecode" tag, from
+        // which the MP4 family writes its own track again.
+        if (type == AVMEDIA_TYPE_DATA && st->codecpar->codec_id == AV_CODEC_ID_NONE &&
+            st->codecpar->codec_tag == MKTAG('t', 'm', 'c', 'd') &&
+            av_dict_get(in->streams[videoStream]->metadata, "timecode", nullptr, 0))
+            continue;
         const char* kind = av_get_media_type_string(type);
         const std::string what = std::string(kind ? kind : "unknown") + " stream " +
                                  std::to_string(i) + " (" + streamCodecName(st) + ")";
