@@ -2,6 +2,7 @@
 #             and renders the contact sheet and a demo clip into out/
 # make test   builds the 64-bit and 32-bit presets and runs every test of both
 # make package builds the Debian package build/native/reelfx_<version>_<arch>.deb
+# (BUILD=build/other builds the same preset into another folder.)
 PRESET := native
 BUILD := build/$(PRESET)
 JOBS := $(shell nproc 2>/dev/null || echo 2)
@@ -18,8 +19,8 @@ demo: tool
 # plug-ins in $(BUILD)/frei0r-1/ and the Kdenlive effect descriptions.
 INSTALLED := reelfx_tool frei0r_plugins kdenlive_effects_xml reelfx_host
 tool: deps
-	cmake --preset $(PRESET)
-	cmake --build --preset $(PRESET) --target $(INSTALLED) -j $(JOBS)
+	cmake --preset $(PRESET) -B $(BUILD)
+	cmake --build $(BUILD) --target $(INSTALLED) -j $(JOBS)
 
 # The Debian package, $(BUILD)/reelfx_<version>_<arch>.deb.
 package: tool

@@ -42,18 +42,13 @@ file(WRITE ${doc}/changelog
  -- ${CPACK_PACKAGE_CONTACT}  ${date}
 ")
 execute_process(COMMAND gzip -9nf ${doc}/changelog)
-# The libraries are a plug-in module and its companions, loaded by path or
-# through run paths, never linked by other packages: no version in their
-# names, no library package of their own.
-file(WRITE ${doc}/lintian-overrides
-"reelfx: package-name-doesnt-match-sonames *
-reelfx: shared-library-lacks-version *
-reelfx: no-manual-page [usr/bin/reelfx]
-reelfx: maintscript-calls-ldconfig *
-")
-# (CPack's own postinst and postrm call ldconfig as well; harmless.)
-file(WRITE ${doc}/triggers "activate-noawait ldconfig\n")
-set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${doc}/triggers)
+# The libraries live in a folder of their own (lib/<architecture>/reelfx),
+# found through run paths: no ldconfig, so no maintainer scripts (CPack's
+# are taken out again, cmake/deb_without_scripts.cmake), and `apt-get remove`
+# leaves no record behind. No manual page for the tool: its
+# --help is the reference.
+file(WRITE ${doc}/lintian-overrides "reelfx: no-manual-page [usr/bin/reelfx]\n")
+set(CPACK_POST_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/deb_without_scripts.cmake)
 install(FILES ${doc}/copyright ${doc}/changelog.gz DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/reelfx)
 install(FILES ${doc}/lintian-overrides DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides
         RENAME reelfx)

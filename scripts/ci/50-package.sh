@@ -8,7 +8,8 @@
 #    equal, frame for frame, to the same frames rendered by the reelfx tool
 #    through host/; Kdenlive's descriptions are well-formed and name frei0r
 #    filters that MLT lists;
-# 3. apt-get purge leaves none of the package's files behind.
+# 3. apt-get remove leaves none of the package's files behind (it has no
+#    configuration files, so nothing is left for a purge either).
 # Takes the build folder as its argument (default build/native); runs as root.
 set -eu
 cd "$(dirname "$0")/../.."
@@ -25,14 +26,16 @@ slugs=$(ls "$build/frei0r-1" | sed -n 's/^reelfx_\(.*\)\.so$/\1/p')
 echo "-- cmake --install into a temporary prefix"
 P=$tmp/prefix
 cmake --install "$build" --prefix "$P" >/dev/null
-for f in bin/reelfx lib/$arch/libreelfx.so lib/$arch/libresizer.so lib/$arch/libreelfx_frei0r.so \
+for f in bin/reelfx lib/$arch/reelfx/libreelfx.so lib/$arch/reelfx/libresizer.so \
+         lib/$arch/reelfx/libreelfx_frei0r.so \
          lib/$arch/libreelfx_host.a lib/$arch/pkgconfig/reelfx.pc \
          include/reelfx/host/host.h include/reelfx/plugin/host_records.h; do
     [ -f "$P/$f" ] || fail "missing $f"
 done
 [ "$(ls "$P"/lib/frei0r-1/reelfx_*.so | wc -l)" -eq 25 ] || fail "not 25 plug-ins in lib/frei0r-1"
 [ "$(ls "$P"/share/kdenlive/effects/reelfx_*.xml | wc -l)" -eq 25 ] || fail "not 25 Kdenlive descriptions"
-PKG_CONFIG_PATH=$P/lib/$arch/pkgconfig pkg-config --exists reelfx || fail "reelfx.pc"
+[ "$(PKG_CONFIG_PATH=$P/lib/$arch/pkgconfig pkg-config --variable=moduledir reelfx)" -ef "$P/lib/$arch/reelfx" ] ||
+    fail "reelfx.pc: moduledir"
 for s in $slugs; do
     env -i PATH="$PATH" FREI0R_PATH="$P/lib/frei0r-1" ffmpeg -hide_banner -loglevel error \
         -f lavfi -i testsrc2=size=64x48 -frames:v 1 -vf "frei0r=filter_name=reelfx_$s" \
@@ -40,6 +43,16 @@ for s in $slugs; do
     [ "$(wc -c <"$tmp/one.raw")" -eq $((64 * 48 * 4)) ] || fail "reelfx_$s: no frame"
 done
 echo "all 25 plug-ins render a frame from the prefix"
+# REELFX_MODULE overrides the module beside the adapter library.
+mosaic() {
+    env -i PATH="$PATH" FREI0R_PATH="$P/lib/frei0r-1" REELFX_MODULE="$1" ffmpeg -hide_banner \
+        -loglevel error -f lavfi -i testsrc2=size=64x48 -frames:v 1 -vf frei0r=filter_name=reelfx_mosaic \
+        -f null - 2>/dev/null
+}
+mkdir "$tmp/elsewhere"
+cp "$P/lib/$arch/reelfx/libreelfx.so" "$P/lib/$arch/reelfx/libresizer.so" "$tmp/elsewhere/"
+mosaic "$tmp/elsewhere/libreelfx.so" || fail "REELFX_MODULE naming a copy of the module"
+! mosaic "$tmp/elsewhere/missing.so" || fail "REELFX_MODULE naming no file is not used"
 
 echo "-- the Debian package"
 (cd "$build" && rm -f reelfx_*.deb && cpack >/dev/null)
@@ -108,12 +121,19 @@ done
 echo "25 Kdenlive descriptions, well-formed, naming filters MLT lists"
 "$(command -v reelfx)" list >/dev/null || fail "the installed reelfx tool"
 
-echo "-- apt-get purge"
-DEBIAN_FRONTEND=noninteractive apt-get purge -y reelfx >/dev/null
+echo "-- apt-get remove"
+DEBIAN_FRONTEND=noninteractive apt-get remove -y reelfx >/dev/null
 left=0
 for f in $files; do
-    if [ -e "$f" ] && [ ! -d "$f" ]; then echo "left behind: $f" >&2; left=1; fi
+    # Files, and folders of the package's own that dpkg left behind empty.
+    if [ -e "$f" ] && { [ ! -d "$f" ] || [ -z "$(ls -A "$f")" ]; }; then
+        echo "left behind: $f" >&2; left=1
+    fi
 done
 [ "$left" -eq 0 ] || fail "files of the package remain"
 [ ! -e /usr/share/kdenlive/effects/reelfx_lantern.xml ] || fail "Kdenlive descriptions remain"
-echo "nothing of the package remains"
+case $(dpkg-query -W -f='${Status}' reelfx 2>/dev/null || true) in
+    "" | *not-installed) ;;
+    *) fail "dpkg still holds reelfx after remove: $(dpkg-query -W -f='${Status}' reelfx)" ;;
+esac
+echo "nothing of the package remains, not even its configuration"
