@@ -65,10 +65,12 @@ intptr_t create(PluginCallBlock* block, uint32_t effectIndex) {
     if (effectIndex == kDream) {
         // The glare copy of a frame: width x height x 4 bytes. A size that is
         // not positive or does not fit 32 bits gets no buffer; the effect then
-        // shows its base blur only.
-        const int64_t bytes = static_cast<int64_t>(block->frameHeight) * block->frameWidth * 4;
-        if (block->frameWidth > 0 && block->frameHeight > 0 && bytes <= INT32_MAX) {
-            allocateWorkBuffer(inst, bytes);
+        // shows its base blur only. The pixel count of two positive 32-bit
+        // sides fits 64 bits; four times it need not, so the count is
+        // checked before it is multiplied.
+        const int64_t pixels = static_cast<int64_t>(block->frameHeight) * block->frameWidth;
+        if (block->frameWidth > 0 && block->frameHeight > 0 && pixels <= INT32_MAX / 4) {
+            allocateWorkBuffer(inst, pixels * 4);
         }
     }
     return 0;

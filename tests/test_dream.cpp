@@ -120,21 +120,28 @@ TEST(Dream, NoGlareKernelKeepsTheBaseBlur) {
     }
 }
 
-// Created for a frame of no pixels: no glare picture. Frames show the base
-// blur, and the frame geometry is recorded in the instance.
+// Created for a frame of no pixels, or of more bytes than 32 bits count (up
+// to the largest sides, whose byte count overflows 64 bits): no glare
+// picture. Frames show the base blur, and the frame geometry is recorded in
+// the instance.
 TEST(Dream, WithoutAGlarePictureOnlyTheBaseBlur) {
-    reelfx::Instance inst(module(), effectIndex("Dream"), 0, 0);
-    const auto* state = reinterpret_cast<const PluginInstance*>(inst.block().instance);
-    ASSERT_EQ(state->workBuffer, nullptr);
-    inst.setParameter("Blur Intensity", 1.0);
-    inst.setParameter("Glare Intensity", 0.8);  // base trunc(7.2) = 7
-    const Picture src = testPicture(30, 20, kFourccArgb, 0, 30 * 4 + 8);
-    Picture target(30, 20, 30 * 4 + 8, kFill);
-    ASSERT_EQ(inst.render(&src, target), 0);
-    EXPECT_EQ(target.words, boxBlur(src, 107).words);
-    EXPECT_EQ(state->cachedStride, 30 * 4 + 8);
-    EXPECT_EQ(state->cachedWidth, 30);
-    EXPECT_EQ(state->cachedHeight, 20);
+    const struct {
+        int32_t width, height;
+    } sizes[] = {{0, 0}, {-4, 3}, {32768, 16384}, {65536, 65536}, {INT32_MAX, INT32_MAX}};
+    for (const auto [width, height] : sizes) {
+        reelfx::Instance inst(module(), effectIndex("Dream"), width, height);
+        const auto* state = reinterpret_cast<const PluginInstance*>(inst.block().instance);
+        ASSERT_EQ(state->workBuffer, nullptr) << width << "x" << height;
+        inst.setParameter("Blur Intensity", 1.0);
+        inst.setParameter("Glare Intensity", 0.8);  // base trunc(7.2) = 7
+        const Picture src = testPicture(30, 20, kFourccArgb, 0, 30 * 4 + 8);
+        Picture target(30, 20, 30 * 4 + 8, kFill);
+        ASSERT_EQ(inst.render(&src, target), 0);
+        EXPECT_EQ(target.words, boxBlur(src, 107).words) << width << "x" << height;
+        EXPECT_EQ(state->cachedStride, 30 * 4 + 8);
+        EXPECT_EQ(state->cachedWidth, 30);
+        EXPECT_EQ(state->cachedHeight, 20);
+    }
 }
 
 }  // namespace
