@@ -22,52 +22,99 @@
 namespace {
 
 // The picture being walked: a packed copy (w words per row), the key of
-// every pixel, and per pixel the index of its drain once known (-1 before).
-// Indices are 32-bit: the renderer keeps pictures of more than INT32_MAX
-// pixels out of the walk.
+// every pixel, the first step of the walk from every pixel (0: the walk
+// stops there; 1 to 4: above, below, left, right) and per pixel a position
+// on its walk, which ends as the drain. Indices are 32-bit: the renderer
+// keeps pictures of more than INT32_MAX pixels out of the walk.
 struct FloodPlane {
     int32_t w, h;
     std::vector<uint32_t> words;
     std::vector<uint8_t> keys;
-    std::vector<int32_t> drains;
+    std::vector<uint8_t> steps;
+    std::vector<int32_t> ahead;
+    std::vector<int32_t> next;     // one row
+    std::vector<int32_t> pending;  // pixels still on their way, one sweep to the next
 };
 
-// The next position of a walk at interior index p: the strictly darkest of
-// its four neighbours, the first of equals (above, below, left, right), or p
-// itself where the walk stops.
-int32_t stepFrom(const FloodPlane& f, int32_t p) {
-    int best = f.keys[p];
-    int32_t next = p;
-    const int32_t around[4] = {p - f.w, p + f.w, p - 1, p + 1};
-    for (int32_t q : around) {
-        if (f.keys[q] < best) {
-            best = f.keys[q];
-            next = q;
-        }
-    }
-    return next;
+__attribute__((target_clones("avx2", "default"))) void keysOf(const uint32_t* words,
+                                                                uint8_t* keys, int32_t count) {
+    for (int32_t i = 0; i < count; ++i) keys[i] = static_cast<uint8_t>(brightnessKey(words[i]));
 }
 
-// Where the walk from p ends. A walk that moves on continues exactly like the
-// walk started from its next position, so the drain found is kept for every
-// pixel of the path; a path is at most 255 steps long, as every step lowers
-// the key. Edge pixels are made their own drains before the walks of a pass,
-// so only interior pixels are ever stepped from.
-int32_t drainOf(FloodPlane& f, int32_t p) {
-    int32_t path[256];
-    int n = 0;
-    while (f.drains[p] < 0) {
-        const int32_t q = stepFrom(f, p);
-        if (q == p) {
-            f.drains[p] = p;
-            break;
-        }
-        path[n++] = p;
-        p = q;
+// The first step from each interior pixel of a row, as the index of the
+// pixel it moves to (the pixel itself where the walk stops): the strictly
+// darkest of its four neighbours, the first of equals (above, below, left,
+// right).
+__attribute__((target_clones("avx2", "default"))) void stepsOfRow(const uint8_t* keys,
+                                                                   int32_t w, int32_t rowStart,
+                                                                   uint8_t* steps,
+                                                                   int32_t* next) {
+    const uint8_t* k = keys + rowStart;
+    const uint8_t* above = k - w;
+    const uint8_t* below = k + w;
+    for (int32_t x = 1; x < w - 1; ++x) {
+        uint8_t best = k[x], step = 0;
+        if (above[x] < best) best = above[x], step = 1;
+        if (below[x] < best) best = below[x], step = 2;
+        if (k[x - 1] < best) best = k[x - 1], step = 3;
+        if (k[x + 1] < best) step = 4;
+        steps[x] = step;
     }
-    const int32_t d = f.drains[p];
-    while (n > 0) f.drains[path[--n]] = d;
-    return d;
+    for (int32_t x = 1; x < w - 1; ++x) {
+        const int32_t c = steps[x];
+        next[x] = rowStart + x + (c == 2) * w - (c == 1) * w + (c == 4) - (c == 3);
+    }
+}
+
+// Every position ahead on a walk continues exactly like the walk started
+// there, so a position can jump to the position ahead of it; where the walk
+// stops, the position is the pixel itself. The rows are first taken top to
+// bottom with each pixel's first step, jumping at once where that step goes
+// up or left (to a pixel already done); then sweeps jump every interior
+// pixel not yet there once until every position is a pixel where its walk
+// stops: the drain. Each sweep at least halves what is left of a walk (at
+// most 255 steps, as every step lowers the key), and the walks that keep
+// one direction are done in the first two.
+void jumpToDrains(FloodPlane& f) {
+    const int32_t w = f.w, count = w * f.h;
+    int32_t* ahead = f.ahead.data();
+    for (int32_t x = 0; x < w; ++x) {
+        ahead[x] = x;
+        ahead[count - w + x] = count - w + x;
+    }
+    for (int32_t i = w; i < count - w; i += w) {
+        stepsOfRow(f.keys.data(), w, i, f.steps.data(), f.next.data());
+        ahead[i] = i;
+        ahead[i + w - 1] = i + w - 1;
+        for (int32_t x = 1; x < w - 1; ++x) {
+            // A step down or right goes to a pixel not yet done this pass:
+            // what its place holds is read but not taken.
+            const int32_t q = f.next[x];
+            const int32_t done = -static_cast<int32_t>(q < i + x);
+            ahead[i + x] = (ahead[q] & done) | (q & ~done);
+        }
+    }
+    // One sweep up the picture; the pixels whose position is not yet a drain
+    // are listed, and only they take the further sweeps.
+    int32_t* pending = f.pending.data();
+    int32_t n = 0;
+    for (int32_t p = count - w - 1; p >= w; --p) {
+        const int32_t r = ahead[ahead[p]];
+        ahead[p] = r;
+        pending[n] = p;
+        n += ahead[r] != r;
+    }
+    while (n > 0) {
+        int32_t kept = 0;
+        for (int32_t j = 0; j < n; ++j) {
+            const int32_t p = pending[j];
+            const int32_t r = ahead[ahead[p]];
+            ahead[p] = r;
+            pending[kept] = p;
+            kept += ahead[r] != r;
+        }
+        n = kept;
+    }
 }
 
 }  // namespace
@@ -107,43 +154,36 @@ void renderFlood(const FrameContext* ctx, const ParameterBlock* block, uint32_t 
         return;
     }
 
-    FloodPlane f{width, height, {}, {}, {}};
+    FloodPlane f{width, height, {}, {}, {}, {}, {}, {}};
     const int32_t count = width * height;
     f.words.resize(count);
     f.keys.resize(count);
-    f.drains.resize(count);
+    f.steps.resize(width);
+    f.ahead.resize(count);
+    f.next.resize(width);
+    f.pending.resize(count);
     for (int32_t y = 0; y < height; ++y) {
         std::copy_n(src + y * pitch, width, f.words.data() + int64_t{y} * width);
     }
 
     for (int32_t pass = 0; pass < passes; ++pass) {
-        for (int32_t i = 0; i < count; ++i) {
-            f.keys[i] = static_cast<uint8_t>(brightnessKey(f.words[i]));
-        }
-        std::fill(f.drains.begin(), f.drains.end(), -1);
-        for (int32_t x = 0; x < width; ++x) {
-            f.drains[x] = x;
-            f.drains[count - width + x] = count - width + x;
-        }
-        for (int32_t i = width; i < count - width; i += width) {
-            f.drains[i] = i;
-            f.drains[i + width - 1] = i + width - 1;
-        }
+        keysOf(f.words.data(), f.keys.data(), count);
+        jumpToDrains(f);
 
-        bool changed = false;
+        uint32_t changed = 0;
         for (int32_t y = 1; y < height - 1; ++y) {
             uint32_t* out = dst + y * pitch;
             const int32_t rowStart = y * width;
             for (int32_t x = 1; x < width - 1; ++x) {
-                const uint32_t v = f.words[drainOf(f, rowStart + x)];
-                changed |= v != f.words[rowStart + x];
+                const uint32_t v = f.words[f.ahead[rowStart + x]];
+                changed |= v ^ f.words[rowStart + x];
                 out[x] = v;
             }
         }
         // The edges of the destination and the working copy agree from the
         // start, so a pass that changed nothing leaves the two equal and every
         // further pass would repeat it: the result is final.
-        if (!changed || pass == passes - 1) break;
+        if (changed == 0 || pass == passes - 1) break;
         for (int32_t y = 1; y < height - 1; ++y) {
             std::copy_n(dst + y * pitch + 1, width - 2, f.words.data() + y * width + 1);
         }
