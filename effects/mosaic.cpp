@@ -7,6 +7,10 @@
 // reaches keep their previous value.
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 
 #include "effects/effects.h"
 #include "pixel/block.h"
@@ -14,53 +18,45 @@
 #include "pixel/numeric.h"
 #include "plugin/parameters.h"
 
-void renderMosaic(const FrameContext* ctx, const ParameterBlock* block, uint32_t format) {
-    uint32_t* dst = ctx->destination;
-    const uint32_t* src = ctx->source;
-    const int32_t width = ctx->width;
-    const int32_t height = ctx->height;
-    const int64_t pitch = ctx->stride >> 2;
-    if (!haveBothPictures(dst, src, ctx->stride, width, height, format)) return;
-    if (width <= 0 || height <= 0) return;
+namespace {
 
-    int32_t n = truncToInt32(paramValue(block, 0) * 10.0);
-    if (n < 1) n = 1;
-    int32_t k = truncToInt32(paramValue(block, 1));
-    if (k < 1) return;  // the patch is empty: nothing is painted
-    const int64_t h = n >> 1;
+// One anchor's patch: its top-left corner, its two colours and the
+// anchor's key.
+struct Patch {
+    int32_t left, top;
+    uint32_t low, high;
+    int32_t key;
+};
 
-    if (h == 0) {
-        // The search square holds only the anchor, so every patch is the
-        // anchor's own colour over [x, x + K) x [y, y + K); the last patch
-        // covering a pixel is the one anchored on it. The result is an
-        // exact copy, made directly rather than through K^2 writes per pixel.
-        for (int32_t y = 0; y < height; ++y) {
-            std::copy_n(src + y * pitch, width, dst + y * pitch);
-        }
-        return;
-    }
-    // A patch never needs to reach further than the picture: once K exceeds
-    // both sides, every patch covers the whole picture either way, so a
-    // larger K paints exactly the same pixels. Then each patch paints over
-    // the whole of the one before, and only the last anchor's remains.
-    const int64_t cover = int64_t{std::max(width, height)} + 1;
-    const bool lastOnly = k >= cover;
-    if (lastOnly) k = static_cast<int32_t>(cover);
-    const int64_t before = h * k;       // patch offsets -h*K ...
-    const int64_t after = (h + 1) * k;  // ... (h + 1)*K - 1
-    const int64_t firstRow = lastOnly ? (height - 1) / n * int64_t{n} : 0;
-    const int64_t firstColumn = lastOnly ? (width - 1) / n * int64_t{n} : 0;
+// The frame's geometry and parameters, fixed for the whole frame.
+struct Grid {
+    const uint32_t* src;
+    uint32_t* dst;
+    int32_t width, height;
+    int64_t pitch;
+    int32_t n, h, k;
+    int32_t side;  // (2h + 1) * K, the patch's side
+};
 
-    for (int64_t y = firstRow; y < height; y += n) {
+// Every anchor in its own order, each searching and painting its whole
+// patch: the definition itself, used where the patches are too large for
+// the row-wise painter's buffers.
+void paintAnchorsInOrder(const Grid& g, int64_t firstRow, int64_t firstColumn) {
+    const int64_t h = g.h;
+    const int64_t before = h * g.k;       // patch offsets -h*K ...
+    const int64_t after = (h + 1) * g.k;  // ... (h + 1)*K - 1
+    const uint32_t* src = g.src;
+    const int64_t pitch = g.pitch;
+    for (int64_t y = firstRow; y < g.height; y += g.n) {
         // Search rows outside the picture read as key 0, which is never
         // brighter than an anchor: they are skipped without changing the result.
         const int64_t sy0 = std::max<int64_t>(y - h, 0);
-        const int64_t sy1 = std::min<int64_t>(y + h, height - 1);
-        for (int64_t x = firstColumn; x < width; x += n) {
+        const int64_t sy1 = std::min<int64_t>(y + h, g.height - 1);
+        for (int64_t x = firstColumn; x < g.width; x += g.n) {
             const uint32_t s = src[y * pitch + x];
             const int keyS = brightnessKey(s);
             const int64_t sx0 = std::max<int64_t>(x - h, 0);
-            const int64_t sx1 = std::min<int64_t>(x + h, width - 1);
+            const int64_t sx1 = std::min<int64_t>(x + h, g.width - 1);
             int best = 100000;
             int64_t bx = x, by = y;
             for (int64_t sy = sy0; sy <= sy1; ++sy) {
@@ -77,16 +73,298 @@ void renderMosaic(const FrameContext* ctx, const ParameterBlock* block, uint32_t
             const uint32_t hi = src[by * pitch + bx];
 
             const int64_t py0 = std::max<int64_t>(by - before, 0);
-            const int64_t py1 = std::min<int64_t>(by + after, height);
+            const int64_t py1 = std::min<int64_t>(by + after, g.height);
             const int64_t px0 = std::max<int64_t>(bx - before, 0);
-            const int64_t px1 = std::min<int64_t>(bx + after, width);
+            const int64_t px1 = std::min<int64_t>(bx + after, g.width);
             for (int64_t py = py0; py < py1; ++py) {
                 const uint32_t* in = src + py * pitch;
-                uint32_t* out = dst + py * pitch;
+                uint32_t* out = g.dst + py * pitch;
                 for (int64_t px = px0; px < px1; ++px) {
                     out[px] = brightnessKey(in[px]) > keyS ? hi : s;
                 }
             }
         }
+    }
+}
+
+// The row-wise painter keeps the patches of the anchor rows that reach the
+// current row, and the keys of one row, in fixed buffers.
+constexpr int32_t kMaxSearchHalf = 7;  // 15 x 15 search squares: indices fit a byte
+constexpr int32_t kPatchBudget = 1024;
+constexpr int32_t kMaxSpan = 4096;
+
+// Keys of the words [x0, x1) of a row, one byte each.
+__attribute__((target_clones("avx2", "default"))) void rowKeys(const uint32_t* row, int32_t x0, int32_t x1, uint8_t* keys) {
+    for (int32_t x = x0; x < x1; ++x) keys[x - x0] = static_cast<uint8_t>(brightnessKey(row[x]));
+}
+
+// Searches the anchors i0 ... i1 of anchor row `ay` and records their
+// patches. Each candidate is packed as (excess - 1) << 8 | scan index, so
+// the smallest word is the smallest positive excess, first in scan order;
+// an excess of 0 or less wraps to a word above every real candidate. H is
+// the search half-width when fixed at compile time (0: taken from g), so
+// that the search of anchors away from the sides unrolls completely.
+template <int H>
+void searchRow(const Grid& g, int32_t ay, int32_t i0, int32_t i1, Patch* patches, uint8_t* keys) {
+    const int32_t y = ay * g.n;
+    const int32_t h = H > 0 ? H : g.h;
+    const int32_t side = 2 * h + 1;
+    const int32_t count = i1 - i0 + 1;
+    uint32_t best[kPatchBudget];
+    int32_t anchorKey[kPatchBudget];
+    const uint32_t* anchorRow = g.src + y * g.pitch;
+    for (int32_t i = 0; i < count; ++i) {
+        best[i] = 0xFFFFFFFFu;
+        anchorKey[i] = brightnessKey(anchorRow[int64_t{i0 + i} * g.n]);
+    }
+    const int32_t x0 = std::max(i0 * g.n - h, 0);
+    const int32_t x1 = std::min(i1 * g.n + h + 1, g.width);
+    const uint8_t* key = keys - x0;
+    // Rows and columns outside the picture read as key 0, never brighter
+    // than an anchor: they are left out.
+    for (int32_t dy = -h; dy <= h; ++dy) {
+        const int32_t sy = y + dy;
+        if (sy < 0 || sy >= g.height) continue;
+        rowKeys(g.src + sy * g.pitch, x0, x1, keys);
+        for (int32_t i = 0; i < count; ++i) {
+            const int32_t x = (i0 + i) * g.n;
+            const uint32_t first = static_cast<uint32_t>((dy + h) * side);
+            const uint32_t above = static_cast<uint32_t>(anchorKey[i] + 1);
+            uint32_t b = best[i];
+            if (H > 0 && x >= H && x + H < g.width) {
+                const uint8_t* k = key + (x - H);
+                for (int32_t j = 0; j < 2 * H + 1; ++j) {
+                    const uint32_t c = (k[j] - above) << 8 | (first + static_cast<uint32_t>(j));
+                    b = c < b ? c : b;
+                }
+            } else {
+                const int32_t lo = std::max(x - h, 0);
+                const int32_t hi = std::min(x + h + 1, g.width);
+                const uint32_t base = first + static_cast<uint32_t>(h - x);
+                for (int32_t sx = lo; sx < hi; ++sx) {
+                    const uint32_t c = (key[sx] - above) << 8 | (base + static_cast<uint32_t>(sx));
+                    b = c < b ? c : b;
+                }
+            }
+            best[i] = b;
+        }
+    }
+    const int32_t reach = h * g.k;
+    for (int32_t i = 0; i < count; ++i) {
+        const int32_t x = (i0 + i) * g.n;
+        int32_t dx = 0, dy = 0;
+        if (best[i] < 0x10000u) {
+            const int32_t index = static_cast<int32_t>(best[i] & 0xFF);
+            dy = index / side - h;
+            dx = index % side - h;
+        }
+        Patch& p = patches[i];
+        p.left = x + dx - reach;
+        p.top = y + dy - reach;
+        p.low = anchorRow[x];
+        p.high = g.src[int64_t{y + dy} * g.pitch + x + dx];
+        p.key = anchorKey[i];
+    }
+}
+
+// Lists the patches among row[iFrom ... iTo) that reach row py, in order;
+// `all` when every one does. Returns how many.
+int32_t listReaching(const Patch* row, int32_t iFrom, int32_t iTo, int32_t py, int32_t side,
+                     bool all, const Patch** reaching) {
+    int32_t m = 0;
+    if (all) {
+        for (int32_t i = iFrom; i < iTo; ++i) reaching[m++] = &row[i];
+        return m;
+    }
+    // Listed without a branch: which patches reach the row is as good as
+    // random.
+    for (int32_t i = iFrom; i < iTo; ++i) {
+        reaching[m] = &row[i];
+        m += static_cast<int32_t>(row[i].top <= py) & static_cast<int32_t>(py - side < row[i].top);
+    }
+    return m;
+}
+
+// Paints the listed patches over the columns [x0, x1) of one row, each cut
+// where the next begins (`rowKey` and `out` indexed by column).
+void paintReaching(const Patch* const* reaching, int32_t m, int32_t x0, int32_t x1,
+                   int32_t side, const uint8_t* rowKey, uint32_t* out) {
+    for (int32_t j = 0; j < m; ++j) {
+        const Patch* p = reaching[j];
+        const int32_t from = std::max(p->left, x0);
+        int32_t to = std::min(p->left + side, x1);
+        if (j + 1 < m) to = std::min(to, reaching[j + 1]->left);
+        // A mask rather than a branch: on real footage the choice is as
+        // good as random.
+        const uint32_t lo = p->low, change = lo ^ p->high;
+        const int32_t key = p->key;
+        int32_t px = from;
+#ifdef __SSE2__
+        // Four at a time: the keys widened to words, compared as signed
+        // words (all are 0 ... 255), the mask choosing between the colours.
+        const __m128i keyV = _mm_set1_epi32(key);
+        const __m128i loV = _mm_set1_epi32(static_cast<int32_t>(lo));
+        const __m128i changeV = _mm_set1_epi32(static_cast<int32_t>(change));
+        const __m128i zero = _mm_setzero_si128();
+        for (; px + 4 <= to; px += 4) {
+            int32_t four;
+            std::memcpy(&four, rowKey + px, 4);
+            const __m128i bytes = _mm_cvtsi32_si128(four);
+            const __m128i words = _mm_unpacklo_epi16(_mm_unpacklo_epi8(bytes, zero), zero);
+            const __m128i brighter = _mm_cmpgt_epi32(words, keyV);
+            const __m128i v = _mm_xor_si128(loV, _mm_and_si128(changeV, brighter));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + px), v);
+        }
+#endif
+        for (; px < to; ++px) {
+            const uint32_t brighter = 0u - static_cast<uint32_t>(rowKey[px] > key);
+            out[px] = lo ^ (change & brighter);
+        }
+    }
+}
+
+// Paints the columns [c0, c1) of every row. Within one row the patches
+// are painted anchor row by anchor row, in order, so every pixel receives
+// its writes in the order the anchors give them. Within an anchor row the
+// patches' left edges never decrease (N >= 2h), so a patch that reaches
+// the row is cut where the next one reaching it begins: that one paints
+// over the rest anyway.
+void paintColumns(const Grid& g, int32_t c0, int32_t c1, int32_t rowsKept, Patch* patches,
+                  uint8_t* keys) {
+    const int32_t n = g.n, h = g.h, side = g.side, reach = h * g.k;
+    const int32_t lastAnchor = (g.width - 1) / n;
+    const int32_t lastAnchorRow = (g.height - 1) / n;
+    // Anchors whose patch can reach a column of [c0, c1).
+    const int32_t i0 = std::max((c0 - side + reach - h + n) / n, 0);
+    const int32_t i1 = std::min((c1 - 1 + reach + h) / n, lastAnchor);
+    if (i0 > i1) return;
+    const int32_t count = i1 - i0 + 1;
+    // Per anchor row kept: the rows [from, to) that all its patches reach,
+    // and the columns [left, right) they cover together when they leave no
+    // gap between them (right = left otherwise).
+    struct Span {
+        int32_t from, to, left, right;
+    };
+    Span spans[kPatchBudget];
+    const Patch* reaching[kPatchBudget];
+    int32_t searched = -1;  // the last anchor row searched
+    for (int32_t py = 0; py < g.height; ++py) {
+        // The anchor rows whose patches can reach row py.
+        const int32_t a0 = std::max((py - side + reach - h + n) / n, 0);
+        const int32_t a1 = std::min((py + reach + h) / n, lastAnchorRow);
+        while (searched < a1) {
+            ++searched;
+            Patch* row = patches + (searched % rowsKept) * count;
+            switch (h) {
+                case 1: searchRow<1>(g, searched, i0, i1, row, keys); break;
+                case 2: searchRow<2>(g, searched, i0, i1, row, keys); break;
+                case 3: searchRow<3>(g, searched, i0, i1, row, keys); break;
+                case 4: searchRow<4>(g, searched, i0, i1, row, keys); break;
+                case 5: searchRow<5>(g, searched, i0, i1, row, keys); break;
+                default: searchRow<0>(g, searched, i0, i1, row, keys); break;
+            }
+            int32_t lowest = row[0].top, highest = row[0].top;
+            bool gapless = true;
+            for (int32_t i = 0; i < count; ++i) {
+                lowest = std::max(lowest, row[i].top);
+                highest = std::min(highest, row[i].top);
+                if (i + 1 < count && row[i + 1].left > row[i].left + side) gapless = false;
+            }
+            const int32_t left = std::max(row[0].left, c0);
+            const int32_t right = gapless ? std::min(row[count - 1].left + side, c1) : left;
+            spans[searched % rowsKept] = Span{lowest, highest + side, left, std::max(left, right)};
+        }
+        rowKeys(g.src + py * g.pitch, c0, c1, keys);
+        const uint8_t* rowKey = keys - c0;
+        uint32_t* out = g.dst + py * g.pitch;
+        // Paints the patches of one anchor row that reach row py, within
+        // the columns [x0, x1); `all` when every patch of the row does.
+        auto paint = [&](int32_t ay, int32_t x0, int32_t x1, bool all) {
+            if (x0 >= x1) return;
+            const Patch* row = patches + (ay % rowsKept) * count;
+            // Only anchors whose patch can reach a column of [x0, x1).
+            const int32_t iFrom = std::max((x0 - side + reach - h + n) / n - i0, 0);
+            const int32_t iTo = std::min((x1 - 1 + reach + h) / n - i0 + 1, count);
+            const int32_t m = listReaching(row, iFrom, iTo, py, side, all, reaching);
+            paintReaching(reaching, m, x0, x1, side, rowKey, out);
+        };
+        // An anchor row whose patches all reach row py and leave no gap
+        // paints over everything the rows before it painted in the columns
+        // it covers: those rows are painted only outside them.
+        int32_t last = a0 - 1;
+        for (int32_t ay = a1; ay >= a0; --ay) {
+            const Span& span = spans[ay % rowsKept];
+            if (span.from <= py && py < span.to && span.left < span.right) {
+                last = ay;
+                break;
+            }
+        }
+        const int32_t coverLeft = last >= a0 ? spans[last % rowsKept].left : c1;
+        const int32_t coverRight = last >= a0 ? spans[last % rowsKept].right : c1;
+        for (int32_t ay = a0; ay < last; ++ay) {
+            paint(ay, c0, coverLeft, false);
+            paint(ay, coverRight, c1, false);
+        }
+        if (last >= a0) paint(last, c0, c1, true);
+        for (int32_t ay = std::max(last + 1, a0); ay <= a1; ++ay) paint(ay, c0, c1, false);
+    }
+}
+
+}  // namespace
+
+void renderMosaic(const FrameContext* ctx, const ParameterBlock* block, uint32_t format) {
+    uint32_t* dst = ctx->destination;
+    const uint32_t* src = ctx->source;
+    const int32_t width = ctx->width;
+    const int32_t height = ctx->height;
+    const int64_t pitch = ctx->stride >> 2;
+    if (!haveBothPictures(dst, src, ctx->stride, width, height, format)) return;
+    if (width <= 0 || height <= 0) return;
+
+    int32_t n = truncToInt32(paramValue(block, 0) * 10.0);
+    if (n < 1) n = 1;
+    int32_t k = truncToInt32(paramValue(block, 1));
+    if (k < 1) return;  // the patch is empty: nothing is painted
+    const int32_t h = n >> 1;
+
+    if (h == 0) {
+        // The search square holds only the anchor, so every patch is the
+        // anchor's own colour over [x, x + K) x [y, y + K); the last patch
+        // covering a pixel is the one anchored on it. The result is an
+        // exact copy, made directly rather than through K^2 writes per pixel.
+        for (int32_t y = 0; y < height; ++y) {
+            std::memmove(dst + y * pitch, src + y * pitch, static_cast<size_t>(width) * 4);
+        }
+        return;
+    }
+    // A patch never needs to reach further than the picture: once K exceeds
+    // both sides, every patch covers the whole picture either way, so a
+    // larger K paints exactly the same pixels. Then each patch paints over
+    // the whole of the one before, and only the last anchor's remains.
+    const int64_t cover = int64_t{std::max(width, height)} + 1;
+    const bool lastOnly = k >= cover;
+    if (lastOnly) k = static_cast<int32_t>(cover);
+    Grid g{src, dst, width, height, pitch, n, h, k, 0};
+    if (lastOnly) {
+        paintAnchorsInOrder(g, (height - 1) / n * int64_t{n}, (width - 1) / n * int64_t{n});
+        return;
+    }
+
+    // Row-wise painting, in column strips narrow enough for the buffers.
+    const int64_t side = int64_t{2 * h + 1} * k;
+    const int64_t rowsKept = side / n + 2;
+    const int64_t perRow = kPatchBudget / rowsKept;  // anchors kept per anchor row
+    const int64_t strip = std::min<int64_t>((perRow - 2) * n - side, kMaxSpan - side - 4 * h);
+    if (h > kMaxSearchHalf || strip < 4 * n) {
+        paintAnchorsInOrder(g, 0, 0);
+        return;
+    }
+    g.side = static_cast<int32_t>(side);
+    Patch patches[kPatchBudget];
+    uint8_t keys[kMaxSpan];
+    for (int64_t c0 = 0; c0 < width; c0 += strip) {
+        const int32_t c1 = static_cast<int32_t>(std::min<int64_t>(c0 + strip, width));
+        paintColumns(g, static_cast<int32_t>(c0), c1, static_cast<int32_t>(rowsKept), patches,
+                     keys);
     }
 }

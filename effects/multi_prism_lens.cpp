@@ -7,6 +7,7 @@
 // instance and rebuilds it only when one of them changes); ApplyPrismMap
 // copies source pixels through the map on every frame. Samples that fall
 // outside the picture take the background colour.
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -17,6 +18,10 @@
 #include "pixel/fxmath.h"
 #include "pixel/numeric.h"
 #include "pixel/resizer.h"
+
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 
 namespace {
 
@@ -35,6 +40,26 @@ double clampReal(double v, double lo, double hi, double nanValue) {
 // A map entry: dx in the first 16 bits, dy in the next (little-endian words).
 uint32_t packEntry(int32_t dx, int32_t dy) {
     return (static_cast<uint32_t>(dx) & 0xFFFFu) | (static_cast<uint32_t>(dy) << 16);
+}
+
+// The first column from `col` on whose entry differs from e (width if none).
+int32_t runEnd(const uint8_t* entries, int32_t col, int32_t width, uint32_t e) {
+    int32_t x = col + 1;
+#ifdef __SSE2__
+    const __m128i want = _mm_set1_epi32(static_cast<int32_t>(e));
+    for (; x + 4 <= width; x += 4) {
+        const __m128i four =
+            _mm_loadu_si128(reinterpret_cast<const __m128i*>(entries + static_cast<int64_t>(x) * 4));
+        const int same = _mm_movemask_epi8(_mm_cmpeq_epi32(four, want));
+        if (same != 0xFFFF) return x + __builtin_ctz(static_cast<unsigned>(~same)) / 4;
+    }
+#endif
+    for (; x < width; ++x) {
+        uint32_t v;
+        std::memcpy(&v, entries + static_cast<int64_t>(x) * 4, 4);
+        if (v != e) return x;
+    }
+    return width;
 }
 
 }  // namespace
@@ -123,13 +148,31 @@ void ApplyPrismMap(uint32_t* dst, const uint32_t* src, int32_t stride, int32_t w
     for (int32_t row = 0; row < height; ++row) {
         const uint8_t* in = map + static_cast<int64_t>(row) * mapStride;
         uint32_t* out = dst + row * pitch;
-        for (int32_t col = 0; col < width; ++col) {
-            int16_t d[2];
-            std::memcpy(d, in + static_cast<int64_t>(col) * 4, 4);
-            const int64_t sx = int64_t{col} + d[0];
-            const int64_t sy = int64_t{row} + d[1];
-            const bool inside = sx >= 0 && sx < width && sy >= 0 && sy < height;
-            out[col] = inside ? src[sy * pitch + sx] : fill;
+        // The map holds long runs of equal entries (the disc, then one run
+        // per facet crossed): each run is one shifted copy of a source row
+        // segment, with the fill where it reaches outside the picture.
+        int32_t col = 0;
+        while (col < width) {
+            uint32_t e;
+            std::memcpy(&e, in + static_cast<int64_t>(col) * 4, 4);
+            const int32_t end = runEnd(in, col, width, e);
+            const auto dx = static_cast<int16_t>(e & 0xFFFFu);
+            const auto dy = static_cast<int16_t>(e >> 16);
+            const int64_t sy = int64_t{row} + dy;
+            int64_t from = col, to = end;  // the columns whose sample lies inside
+            if (sy < 0 || sy >= height) {
+                to = from;
+            } else {
+                from = std::min<int64_t>(std::max<int64_t>(from, -int64_t{dx}), end);
+                to = std::max<int64_t>(std::min<int64_t>(to, int64_t{width} - dx), from);
+            }
+            std::fill(out + col, out + from, fill);
+            if (to > from) {
+                std::memmove(out + from, src + sy * pitch + from + dx,
+                             static_cast<size_t>(to - from) * sizeof(uint32_t));
+            }
+            std::fill(out + to, out + end, fill);
+            col = end;
         }
     }
 }

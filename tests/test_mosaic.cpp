@@ -73,12 +73,15 @@ TEST(Mosaic, MatchesTheTileRuleInBothFormats) {
     small.at(1, 2) = 0xFF202020u;
     small.at(2, 0) = small.at(0, 2) = 0xFF141414u;
     const Picture pic = testPicture(37, 23, kFourccArgb, 3, 37 * 4 + 4);
+    // Wide enough that large patches are painted in several column strips.
+    const Picture wide = testPicture(1501, 29, kFourccArgb, 5, 1501 * 4 + 12);
     const struct {
         const Picture& src;
         double resolution, overlap;
     } cases[] = {{flat, 0.5, 1.0}, {flat, 0.4, 1.0}, {small, 0.5, 1.0}, {pic, 0.5, 2.0},
                  {pic, 0.3, 1.0},  {pic, 0.4, 3.0},  {pic, 1.0, 10.0},  {pic, 0.7, 1.0},
-                 {pic, 0.6, 60.0}, {pic, 0.2, 38.0}};
+                 {pic, 0.6, 60.0}, {pic, 0.2, 38.0}, {wide, 0.2, 10.0}, {wide, 1.0, 10.0},
+                 {wide, 0.5, 2.0}, {wide, 0.3, 1.0}};
     for (const auto& c : cases) {
         const Picture want =
             modelMosaic(c.src, std::max(1, int(c.resolution * 10)), int(c.overlap));
