@@ -13,17 +13,61 @@
 
 namespace {
 
-// mixPixel's channel arithmetic, inlined for the per-pixel loop: each byte
-// of a moved toward b by t (0 < t < 1), truncated.
-inline uint32_t mixToward(uint32_t a, uint32_t b, double t) {
-    uint32_t out = 0;
-    for (int k = 0; k < 32; k += 8) {
-        const int32_t ak = static_cast<int32_t>((a >> k) & 0xFF);
-        const int32_t bk = static_cast<int32_t>((b >> k) & 0xFF);
-        const int32_t v = truncToInt32(static_cast<double>(bk - ak) * t + ak);
-        out |= static_cast<uint32_t>(v & 0xFF) << k;
+constexpr int32_t kChunk = 256;  // pixels per step of the row loop
+
+// The green level of each pixel of a chunk: a mix of red and green
+// stretched by the gain around the base, truncated and held to 0 ... 255.
+// Every value is finite and far inside 32 bits (the parameters are
+// clamped), so the plain truncation is exact and the loop vectorises.
+template <bool kAyuv>
+void greenLevels(const uint32_t* s, int32_t n, double mix, double gain, double base,
+                 int32_t* level) {
+    for (int32_t j = 0; j < n; ++j) {
+        const uint32_t p = kAyuv ? ayuvToArgbInline(s[j]) : s[j];
+        const double r = static_cast<int32_t>((p >> 16) & 0xFF) - base;
+        const double g = static_cast<int32_t>((p >> 8) & 0xFF) - base;
+        const int32_t v = truncBounded((((g - r) * mix) + r) * gain + base);
+        level[j] = v < 0 ? 0 : (v > 255 ? 255 : v);
     }
-    return out;
+}
+
+// Each byte of s moved toward the green pixel by t (0 < t <= 1),
+// truncated; alpha is the same in both and stays.
+void mixTowardGreen(const uint32_t* s, const uint32_t* green, int32_t n, double t, uint32_t* out) {
+    for (int32_t j = 0; j < n; ++j) {
+        uint32_t v = s[j] & 0xFF000000u;
+        for (int k = 0; k < 24; k += 8) {
+            const int32_t a = static_cast<int32_t>((s[j] >> k) & 0xFF);
+            const int32_t b = static_cast<int32_t>((green[j] >> k) & 0xFF);
+            v |= static_cast<uint32_t>(truncBounded(static_cast<double>(b - a) * t + a) & 0xFF) << k;
+        }
+        out[j] = v;
+    }
+}
+
+__attribute__((target_clones("avx2", "default"))) void nightVisionRow(
+    const uint32_t* in, uint32_t* out, int32_t width, bool ayuv, double intensity, double mix,
+    double gain, double base, const uint32_t* greenOf) {
+    int32_t level[kChunk];
+    uint32_t green[kChunk];
+    for (int32_t x0 = 0; x0 < width; x0 += kChunk) {
+        const int32_t n = width - x0 < kChunk ? width - x0 : kChunk;
+        const uint32_t* s = in + x0;
+        if (ayuv) {
+            greenLevels<true>(s, n, mix, gain, base, level);
+        } else {
+            greenLevels<false>(s, n, mix, gain, base, level);
+        }
+        // The green pixel of the level in the frame's format, with the
+        // source's alpha (the conversions carry alpha through unchanged).
+        for (int32_t j = 0; j < n; ++j) green[j] = (s[j] & 0xFF000000u) | greenOf[level[j]];
+        if (intensity == 1.0) {
+            // At full intensity the mix is exact: (Q - s) * 1 + s gives Q.
+            std::memcpy(out + x0, green, static_cast<size_t>(n) * sizeof(uint32_t));
+        } else {
+            mixTowardGreen(s, green, n, intensity, out + x0);
+        }
+    }
 }
 
 }  // namespace
@@ -49,45 +93,14 @@ void renderNightVision(uint32_t* dst, const uint32_t* src, int32_t stride, int32
         return;
     }
 
-    // Per frame: channel minus base for every channel value, and the green
-    // pixel of every level in the frame's format (alpha 0 here: the
-    // conversions carry alpha through unchanged, it is added per pixel).
-    double offsetFromBase[256];
-    uint32_t green[256];
-    for (int32_t c = 0; c < 256; ++c) {
-        offsetFromBase[c] = c - base;
-        green[c] = argbToFrame(static_cast<uint32_t>(c) << 8, format);
-    }
-    // At full intensity the mix is exact: (Q - s) * 1 + s gives Q in every channel.
-    const bool full = intensityC == 1.0;
-    // The source alpha reaches the green pixel unchanged and so survives the
-    // mix: the colour bytes of the result depend on the source's colour
-    // bytes alone. Results are kept in a small direct-mapped cache, indexed
-    // by a hash of the colour bytes, for the duration of the frame; a key
-    // above 24 bits marks an empty entry.
-    constexpr int kCacheBits = 12;
-    uint32_t cacheKey[1 << kCacheBits];
-    uint32_t cacheValue[1 << kCacheBits];
-    std::fill_n(cacheKey, 1 << kCacheBits, 0xFFFFFFFFu);
-
+    // The green pixel of every level in the frame's format, alpha 0.
+    uint32_t greenOf[256];
+    for (int32_t c = 0; c < 256; ++c) greenOf[c] = argbToFrame(static_cast<uint32_t>(c) << 8, format);
+    const bool ayuv = format == kFourccAyuv;
+    // Each chunk is read whole before any of it is written, so a picture
+    // rendered in place gives the same result.
     for (int64_t y = 0; y < height; ++y) {
-        const uint32_t* in = src + y * pitch;
-        uint32_t* out = dst + y * pitch;
-        for (int32_t x = 0; x < width; ++x) {
-            const uint32_t s = in[x];
-            const uint32_t colour = s & 0x00FFFFFFu;
-            const uint32_t slot = (colour * 2654435761u) >> (32 - kCacheBits);
-            if (cacheKey[slot] != colour) {
-                const uint32_t p = frameToArgb(colour, format);
-                const double r = offsetFromBase[(p >> 16) & 0xFF];
-                const double g = offsetFromBase[(p >> 8) & 0xFF];
-                const double level = (((g - r) * mix) + r) * gain + base;
-                int32_t lv = truncToInt32(level);
-                lv = lv < 0 ? 0 : (lv > 255 ? 255 : lv);
-                cacheKey[slot] = colour;
-                cacheValue[slot] = full ? green[lv] : mixToward(colour, green[lv], intensityC);
-            }
-            out[x] = (s & 0xFF000000u) | cacheValue[slot];
-        }
+        nightVisionRow(src + y * pitch, dst + y * pitch, width, ayuv, intensityC, mix, gain, base,
+                       greenOf);
     }
 }
