@@ -259,6 +259,9 @@ bool uniformKernel(const float* weights, int n, const FilterTables& tables, Unif
     }
     int32_t constant = -tables.bias;
     for (int d = 1; d <= radius; ++d) constant += 2 * field[d][0];
+    // Every partial sum of the taps and the constant stays within 16 bits,
+    // so the sums run in 16-bit lanes.
+    if (std::abs(constant) + 2 * 1023 + 2 * (n - 1) * 1023 > INT16_MAX) return false;
     k->reach = n - 1;
     k->constant = constant;
     const double w0 = static_cast<double>(weights[0]);
@@ -271,13 +274,13 @@ inline int32_t tap(int32_t v, int32_t mul, int32_t add) {
     return (v * mul + add) >> 16;
 }
 
-inline uint8_t clampToByte(int32_t sum) {
-    const int32_t r = sum >> 2;
+inline uint8_t clampToByte(int16_t sum) {
+    const int16_t r = static_cast<int16_t>(sum >> 2);
     return static_cast<uint8_t>(r <= 0 ? 0 : (r > 255 ? 255 : r));
 }
 
-// Pixels per chunk of a row and per column band: the working rows of a
-// chunk or band stay in the first-level cache.
+// Pixels per chunk of a row: the working row of a chunk stays in the
+// first-level cache.
 constexpr int32_t kUniformChunk = 128;
 
 // Up to kUniformChunk pixels of a row: `padded` holds their 4 * width bytes
@@ -286,14 +289,18 @@ template <int Reach>
 __attribute__((always_inline)) inline void uniformRow(const uint8_t* padded, int32_t width,
                                                       const UniformKernel& kernel, uint8_t* out) {
     const UniformKernel k = kernel;
-    int32_t outer[4 * (kUniformChunk + 2 * Reach)];
+    int16_t outer[4 * (kUniformChunk + 2 * Reach)];
     const int32_t bytes = 4 * width;
     const int32_t total = 4 * (width + 2 * Reach);
-    for (int32_t i = 0; i < total; ++i) outer[i] = tap(padded[i], k.outerMul, k.outerAdd);
+    for (int32_t i = 0; i < total; ++i) {
+        outer[i] = static_cast<int16_t>(tap(padded[i], k.outerMul, k.outerAdd));
+    }
     const uint8_t* centre = padded + 4 * Reach;
     for (int32_t i = 0; i < bytes; ++i) {
-        int32_t sum = 2 * tap(centre[i], k.centreMul, k.centreAdd) + k.constant;
-        for (int t = 0; t < Reach; ++t) sum += outer[i + 4 * t] + outer[i + 4 * (Reach + 1 + t)];
+        int16_t sum = static_cast<int16_t>(2 * tap(centre[i], k.centreMul, k.centreAdd) + k.constant);
+        for (int t = 0; t < Reach; ++t) {
+            sum = static_cast<int16_t>(sum + outer[i + 4 * t] + outer[i + 4 * (Reach + 1 + t)]);
+        }
         out[i] = clampToByte(sum);
     }
 }
@@ -336,23 +343,20 @@ __attribute__((target_clones("avx2", "default"))) void uniformRows(
     }
 }
 
-// Room for the products of the places in a column window, and the widest
-// column band.
-constexpr int32_t kRingEntries = 8192;
-constexpr int32_t kWidestBand = 512;
+// The widest column band, in pixels.
+constexpr int32_t kWidestBand = 4096;
 
 // One band of `bytes` bytes of every row, filtered along the columns with a
-// running window per byte: the sum of the outer products of the
-// 2 * reach + 1 places around the centre row (edge rows repeated). The
+// running window per byte (`window`, `bytes` entries): the sum of the outer
+// products of the 2 * reach + 1 places around the centre row (edge rows
+// repeated). The
 // products of the places in the window are kept in a ring, so each row's
 // products are formed once.
 __attribute__((target_clones("avx2", "default"))) void uniformColumns(
     const uint8_t* src, uint8_t* dst, ptrdiff_t stride, int32_t height, int32_t bytes,
-    const UniformKernel& kernel) {
+    const UniformKernel& kernel, int16_t* ring, int16_t* window) {
     const UniformKernel k = kernel;
     const int32_t places = 2 * k.reach + 1;
-    int16_t ring[kRingEntries];
-    int32_t window[4 * kWidestBand];
     // Place p (from -reach on) sits in ring slot (p + reach) % places.
     auto slotOf = [&](int32_t p) { return ring + ((p + k.reach) % places) * bytes; };
     auto enter = [&](int32_t p) {
@@ -366,7 +370,7 @@ __attribute__((target_clones("avx2", "default"))) void uniformColumns(
     for (int32_t i = 0; i < bytes; ++i) window[i] = 0;
     for (int32_t p = -k.reach; p <= k.reach; ++p) {
         const int16_t* slot = enter(p);
-        for (int32_t i = 0; i < bytes; ++i) window[i] += slot[i];
+        for (int32_t i = 0; i < bytes; ++i) window[i] = static_cast<int16_t>(window[i] + slot[i]);
     }
     for (int32_t y = 0; y < height; ++y) {
         if (y > 0) {
@@ -376,7 +380,7 @@ __attribute__((target_clones("avx2", "default"))) void uniformColumns(
             const uint8_t* r = src + std::min(y + k.reach, height - 1) * stride;
             for (int32_t i = 0; i < bytes; ++i) {
                 const int16_t q = static_cast<int16_t>(tap(r[i], k.outerMul, k.outerAdd));
-                window[i] += q - slot[i];
+                window[i] = static_cast<int16_t>(window[i] + q - slot[i]);
                 slot[i] = q;
             }
         }
@@ -384,8 +388,8 @@ __attribute__((target_clones("avx2", "default"))) void uniformColumns(
         const int16_t* own = slotOf(y);
         uint8_t* out = dst + y * stride;
         for (int32_t i = 0; i < bytes; ++i) {
-            out[i] = clampToByte(window[i] - own[i] + 2 * tap(c[i], k.centreMul, k.centreAdd) +
-                                 k.constant);
+            out[i] = clampToByte(static_cast<int16_t>(
+                window[i] - own[i] + 2 * tap(c[i], k.centreMul, k.centreAdd) + k.constant));
         }
     }
 }
@@ -395,17 +399,27 @@ __attribute__((target_clones("avx2", "default"))) void uniformColumns(
 bool uniformPicture(const uint32_t* src, uint32_t* inter, uint32_t* dst, ptrdiff_t pitch,
                     int32_t width, int32_t height, const UniformKernel& k) {
     const size_t padded = static_cast<size_t>(width) + 2 * static_cast<size_t>(k.reach);
+    // Column bands as wide as the picture up to kWidestBand pixels: whole
+    // rows are read one after another, and the ring of one band stays in
+    // the second-level cache.
+    const int32_t band = std::min(kWidestBand, width);
+    const size_t ringEntries = static_cast<size_t>(2 * k.reach + 2) * 4 * band;
     auto* line = static_cast<uint32_t*>(std::malloc(padded * 4));
-    if (!line) return false;
+    auto* ring = static_cast<int16_t*>(std::malloc(ringEntries * 2));
+    if (!line || !ring) {
+        std::free(line);
+        std::free(ring);
+        return false;
+    }
     uniformRows(src, inter, pitch, width, height, k, line);
-    std::free(line);
-    // Bands as wide as the ring allows, in whole cache lines.
-    const int32_t band = std::min(kWidestBand, kRingEntries / (4 * (2 * k.reach + 1)) / 16 * 16);
+    int16_t* window = ring + static_cast<size_t>(2 * k.reach + 1) * 4 * band;
     for (int32_t x = 0; x < width; x += band) {
         uniformColumns(reinterpret_cast<const uint8_t*>(inter + x),
                        reinterpret_cast<uint8_t*>(dst + x), pitch * 4, height,
-                       4 * std::min(band, width - x), k);
+                       4 * std::min(band, width - x), k, ring, window);
     }
+    std::free(line);
+    std::free(ring);
     return true;
 }
 
