@@ -349,9 +349,9 @@ constexpr int32_t kWidestBand = 4096;
 // One band of `bytes` bytes of every row, filtered along the columns with a
 // running window per byte (`window`, `bytes` entries): the sum of the outer
 // products of the 2 * reach + 1 places around the centre row (edge rows
-// repeated). The
-// products of the places in the window are kept in a ring, so each row's
-// products are formed once.
+// repeated). The products of the places in the window are kept in a ring
+// (`ring`, 2 * reach + 1 rows of `bytes` entries), so each row's products
+// are formed once.
 __attribute__((target_clones("avx2", "default"))) void uniformColumns(
     const uint8_t* src, uint8_t* dst, ptrdiff_t stride, int32_t height, int32_t bytes,
     const UniformKernel& kernel, int16_t* ring, int16_t* window) {
