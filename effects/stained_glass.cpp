@@ -34,6 +34,30 @@ inline int32_t distance2(int32_t dx2, int32_t dy2) {
     return static_cast<int32_t>(static_cast<uint32_t>(dx2) + static_cast<uint32_t>(dy2));
 }
 
+// One row of a cell: each pixel takes the colour of the nearest of the m
+// candidates (ties go to the later one). The candidates are taken one at a
+// time over the whole row, so the loop runs across the pixels and
+// vectorises; the colours are picked in the row itself.
+__attribute__((target_clones("avx2", "default"))) void nearestSeedRow(
+    uint32_t* out, int32_t* best, int32_t cw, const int32_t* dx2, int32_t widest,
+    const int32_t* dy2, const uint32_t* cc, int m) {
+    for (int32_t x = 0; x < cw; ++x) {
+        best[x] = distance2(dx2[x], dy2[0]);
+        out[x] = cc[0];
+    }
+    for (int k = 1; k < m; ++k) {
+        const int32_t* t = dx2 + k * static_cast<size_t>(widest);
+        const int32_t d2 = dy2[k];
+        const uint32_t colour = cc[k];
+        for (int32_t x = 0; x < cw; ++x) {
+            const int32_t d = distance2(t[x], d2);
+            const bool closer = d <= best[x];
+            best[x] = closer ? d : best[x];
+            out[x] = closer ? colour : out[x];
+        }
+    }
+}
+
 }  // namespace
 
 void renderStainedGlass(const FrameContext* ctx, const ParameterBlock* block, uint32_t format) {
@@ -119,7 +143,12 @@ void renderStainedGlass(const FrameContext* ctx, const ParameterBlock* block, ui
     static constexpr int kDc[9] = {0, -1, 1, 0, -1, 1, 0, -1, 1};
     int32_t widest = 0;
     for (int32_t c = 0; c < g; ++c) widest = std::max(widest, colEdge[c + 1] - colEdge[c]);
+    // Rows are worked in whole groups of eight pixels, so that the loops
+    // never end in a partial vector; the extra columns are never copied out.
+    widest = (widest + 7) & ~7;
     std::vector<int32_t> dx2(9 * static_cast<size_t>(widest));
+    std::vector<int32_t> best(static_cast<size_t>(widest));
+    std::vector<uint32_t> picked(static_cast<size_t>(widest));
     for (int32_t r = 0; r < g; ++r) {
         if (rowSlot[r] < 0) continue;
         for (int32_t c = 0; c < g; ++c) {
@@ -143,19 +172,9 @@ void renderStainedGlass(const FrameContext* ctx, const ParameterBlock* block, ui
             for (int32_t y = rowEdge[r]; y < rowEdge[r + 1]; ++y) {
                 int32_t dy2[9];
                 for (int k = 0; k < m; ++k) dy2[k] = square(y - cy[k]);
-                uint32_t* out = dst + y * pitch + x0;
-                for (int32_t x = 0; x < cw; ++x) {
-                    int32_t best = distance2(dx2[x], dy2[0]);
-                    uint32_t pick = cc[0];
-                    for (int k = 1; k < m; ++k) {
-                        const int32_t d =
-                            distance2(dx2[k * static_cast<size_t>(widest) + x], dy2[k]);
-                        const bool closer = d <= best;  // ties go to the later candidate
-                        best = closer ? d : best;
-                        pick = closer ? cc[k] : pick;
-                    }
-                    out[x] = pick;
-                }
+                nearestSeedRow(picked.data(), best.data(), (cw + 7) & ~7, dx2.data(), widest, dy2,
+                               cc, m);
+                std::copy_n(picked.data(), cw, dst + y * pitch + x0);
             }
         }
     }
