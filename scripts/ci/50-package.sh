@@ -23,6 +23,9 @@ fail() { echo "FAILED: $*" >&2; exit 1; }
 slugs=$(ls "$build/frei0r-1" | sed -n 's/^reelfx_\(.*\)\.so$/\1/p')
 [ "$(echo "$slugs" | wc -l)" -eq 25 ] || fail "expected 25 plug-ins in $build/frei0r-1"
 
+# Nothing of an earlier installation may stand in for the prefix's files.
+if dpkg -s reelfx >/dev/null 2>&1; then apt-get purge -y reelfx >/dev/null; fi
+
 echo "-- cmake --install into a temporary prefix"
 P=$tmp/prefix
 cmake --install "$build" --prefix "$P" >/dev/null
@@ -34,8 +37,21 @@ for f in bin/reelfx lib/$arch/reelfx/libreelfx.so lib/$arch/reelfx/libresizer.so
 done
 [ "$(ls "$P"/lib/frei0r-1/reelfx_*.so | wc -l)" -eq 25 ] || fail "not 25 plug-ins in lib/frei0r-1"
 [ "$(ls "$P"/share/kdenlive/effects/reelfx_*.xml | wc -l)" -eq 25 ] || fail "not 25 Kdenlive descriptions"
-[ "$(PKG_CONFIG_PATH=$P/lib/$arch/pkgconfig pkg-config --variable=moduledir reelfx)" -ef "$P/lib/$arch/reelfx" ] ||
-    fail "reelfx.pc: moduledir"
+# A host of one's own, built from the prefix with pkg-config alone.
+export PKG_CONFIG_PATH=$P/lib/$arch/pkgconfig
+cat >"$tmp/myhost.cpp" <<'EOF'
+#include <host/host.h>
+#include <cstdio>
+int main(int, char** argv) {
+    const reelfx::Module module(argv[1]);
+    std::printf("%zu\n", module.catalogue().size());
+}
+EOF
+# shellcheck disable=SC2046
+g++ "$tmp/myhost.cpp" -o "$tmp/myhost" $(pkg-config --cflags --libs reelfx) || fail "a host built with reelfx.pc"
+[ "$("$tmp/myhost" "$(pkg-config --variable=moduledir reelfx)/libreelfx.so")" = 25 ] ||
+    fail "a host built with reelfx.pc does not list 25 effects from moduledir"
+unset PKG_CONFIG_PATH
 for s in $slugs; do
     env -i PATH="$PATH" FREI0R_PATH="$P/lib/frei0r-1" ffmpeg -hide_banner -loglevel error \
         -f lavfi -i testsrc2=size=64x48 -frames:v 1 -vf "frei0r=filter_name=reelfx_$s" \
@@ -58,7 +74,6 @@ echo "-- the Debian package"
 (cd "$build" && rm -f reelfx_*.deb && cpack >/dev/null)
 deb=$(ls "$PWD/$build"/reelfx_*_*.deb)
 lintian --fail-on error,warning "$deb"
-if dpkg -s reelfx >/dev/null 2>&1; then apt-get purge -y reelfx >/dev/null; fi
 DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "$deb" >/dev/null
 files=$(dpkg -L reelfx)
 unset FREI0R_PATH REELFX_MODULE 2>/dev/null || true
