@@ -78,57 +78,116 @@ struct Target {
     int32_t height;
 };
 
-// Spiral point 10 * j for j = 0 ... 359: the only points a mark uses.
-struct SpiralPoint {
-    int32_t dx;
-    int32_t dy;
-};
-constexpr int kSpiralMarks = 360;
+// Blocks of up to this many pixels sum their bytes in 32 bits.
+constexpr int64_t kShortSum = 0xFFFFFFFF / 255;
 
-void buildSpiral(SpiralPoint* spiral, float cellWidth) {
+// The block average of a cell: corners held to the picture (its last column
+// and row are left out), the byte sums divided by the pixel count + 1, an
+// empty block opaque black. Cells up to kShortSum pixels sum in 32 bits,
+// which the 32-bit build does in single registers; larger or odd blocks go
+// to the shared block average.
+uint32_t cellAverage(const uint32_t* src, int32_t stride, int32_t width, int32_t height,
+                     int32_t x0, int32_t y0, int32_t x1, int32_t y1) {
+    if (x0 < 0 || y0 < 0) return blockAverage(src, stride, width, height, x0, y0, x1, y1);
+    const int32_t ex = std::min(x1, width - 1);
+    const int32_t ey = std::min(y1, height - 1);
+    if (ex <= x0 || ey <= y0) return 0xFF000000u;
+    const int32_t cols = ex - x0;
+    if (int64_t{cols} * (ey - y0) > kShortSum) {
+        return blockAverage(src, stride, width, height, x0, y0, x1, y1);
+    }
+    uint32_t s0 = 0, s1 = 0, s2 = 0;
+    const ptrdiff_t pitch = stride >> 2;
+    for (int32_t y = y0; y < ey; ++y) {
+        const uint32_t* row = src + y * pitch + x0;
+        for (int32_t i = 0; i < cols; ++i) {
+            const uint32_t p = row[i];
+            s0 += p & 0xFF;
+            s1 += (p >> 8) & 0xFF;
+            s2 += (p >> 16) & 0xFF;
+        }
+    }
+    const uint32_t n = static_cast<uint32_t>(cols * (ey - y0)) + 1;
+    return 0xFF000000u | (s2 / n) << 16 | (s1 / n) << 8 | s0 / n;
+}
+
+constexpr int kSpiralMarks = 360;  // points 10 x j, j = 0 ... 359
+
+// The spiral points a mark can use, 10 x j for j = 1 ... 359, as distinct
+// offsets in the order of the first point that lands on each: a mark of
+// length L sets the first reach[L] of them. The spiral winds ten times
+// within one cell width, so most points fall on a pixel an earlier point
+// has set already, and ink set twice is ink.
+struct Spiral {
+    std::vector<int32_t> dx, dy;
+    std::vector<ptrdiff_t> at;  // dy x pitch + dx, when offsetsFit
+    int32_t reach[kSpiralMarks];
+    int64_t left = 0, right = 0, up = 0, down = 0;  // extreme offsets
+    bool offsetsFit = false;  // every offset lies within the picture's size
+};
+
+void buildSpiral(Spiral& s, float cellWidth, const Target& t) {
     const double radiusStep = static_cast<double>(1.0f / 3600.0f);
     const double angleStep = static_cast<double>(1.0f / 57.0f);
-    for (int j = 0; j < kSpiralMarks; ++j) {
+    s.reach[0] = 0;
+    for (int j = 1; j < kSpiralMarks; ++j) {
         const int i = 10 * j;
         const float rho = static_cast<float>((static_cast<double>(cellWidth) * i) * radiusStep);
         const double theta = i * angleStep;
-        spiral[j].dx = truncToInt32(fxCos(theta) * rho);
-        spiral[j].dy = truncToInt32(fxSin(theta) * rho);
-    }
-}
-
-// One horizontal line of a filled circle, clipped. A horizontal line plots
-// every column between its ends, so the span is filled directly: a large
-// circle costs only the pixels it covers.
-void fillSpan(const Target& t, int64_t xa, int64_t xb, int64_t y, uint32_t ink) {
-    if (y < 0 || y >= t.height) return;
-    const int64_t lo = std::max<int64_t>(std::min(xa, xb), 0);
-    const int64_t hi = std::min<int64_t>(std::max(xa, xb), t.width - 1);
-    uint32_t* row = t.pixels + static_cast<ptrdiff_t>(y) * t.pitch;
-    for (int64_t x = lo; x <= hi; ++x) row[x] = ink;
-}
-
-// Filled circle of radius r >= 1 by the midpoint rule, four spans per step.
-// A circle that reaches twice as far as the picture's farthest pixel from
-// its centre surely covers the picture: that is one fill, whatever the
-// radius. Returns whether the whole picture is now ink.
-bool drawCircle(const Target& t, int64_t cx, int64_t cy, int64_t r, uint32_t ink) {
-    const int64_t far = std::max(std::abs(cx), std::abs(t.width - 1 - cx)) +
-                        std::max(std::abs(cy), std::abs(t.height - 1 - cy));
-    if (r >= 2 * far + 4) {
-        for (int32_t y = 0; y < t.height; ++y) {
-            std::fill_n(t.pixels + static_cast<ptrdiff_t>(y) * t.pitch, t.width, ink);
+        const int32_t dx = truncToInt32(fxCos(theta) * rho);
+        const int32_t dy = truncToInt32(fxSin(theta) * rho);
+        bool seen = false;
+        for (size_t k = s.dx.size(); k-- > 0 && !seen;) seen = s.dx[k] == dx && s.dy[k] == dy;
+        if (!seen) {
+            s.dx.push_back(dx);
+            s.dy.push_back(dy);
+            s.left = std::min<int64_t>(s.left, dx);
+            s.right = std::max<int64_t>(s.right, dx);
+            s.up = std::min<int64_t>(s.up, dy);
+            s.down = std::max<int64_t>(s.down, dy);
         }
-        return true;
+        s.reach[j] = static_cast<int32_t>(s.dx.size());
     }
-    int64_t x = 0;
-    int64_t y = r;
-    int64_t d = 3 - 2 * r;
-    while (x <= y) {
-        fillSpan(t, cx + x, cx - x, cy + y, ink);
-        fillSpan(t, cx + x, cx - x, cy - y, ink);
-        fillSpan(t, cx + y, cx - y, cy + x, ink);
-        fillSpan(t, cx + y, cx - y, cy - x, ink);
+    s.offsetsFit = -s.left < t.width && s.right < t.width && -s.up < t.height && s.down < t.height;
+    if (s.offsetsFit) {
+        for (size_t k = 0; k < s.dx.size(); ++k) s.at.push_back(s.dy[k] * t.pitch + s.dx[k]);
+    }
+}
+
+void drawSpiral(const Target& t, const Spiral& s, int64_t cx, int64_t cy, int64_t length,
+                uint32_t ink) {
+    const int32_t count = s.reach[length];
+    if (s.offsetsFit && cx + s.left >= 0 && cx + s.right < t.width && cy + s.up >= 0 &&
+        cy + s.down < t.height) {
+        uint32_t* centre = t.pixels + static_cast<ptrdiff_t>(cy) * t.pitch + cx;
+        for (int32_t k = 0; k < count; ++k) centre[s.at[k]] = ink;
+        return;
+    }
+    for (int32_t k = 0; k < count; ++k) {
+        const int64_t x = cx + s.dx[k];
+        const int64_t y = cy + s.dy[k];
+        if (x >= 0 && x < t.width && y >= 0 && y < t.height) {
+            t.pixels[static_cast<ptrdiff_t>(y) * t.pitch + x] = ink;
+        }
+    }
+}
+
+// A filled circle of radius r by the midpoint rule draws, with x = 0,
+// y = r, d = 3 - 2r, while x <= y, the horizontal lines from (cx + x, cy
+// +- y) to (cx - x, cy +- y) and from (cx + y, cy +- x) to (cx - y, cy +- x),
+// then if d >= 0: d += 4 (x - y) + 10, y -= 1, else d += 4x + 6; x += 1.
+// Every line is centred on column cx, so on row cy +- e the lines together
+// cover the widest of them: half[e] columns either side (-1: none). The
+// half widths depend only on r; they are worked out once per radius and
+// frame, for the rows e <= min(r, height): a centre lies on rows 0 ...
+// height, so no farther row can fall inside the picture.
+void discWidths(int64_t r, int32_t rows, std::vector<int32_t>& half) {
+    const int64_t m = std::min<int64_t>(r, rows);
+    half.assign(static_cast<size_t>(m) + 1, -1);
+    int64_t x = 0, y = r, d = 3 - 2 * r;
+    while (x <= y && x <= m) {
+        if (y <= m) half[y] = std::max(half[y], static_cast<int32_t>(x));
+        half[x] = std::max(half[x], static_cast<int32_t>(y));
         if (d >= 0) {
             d = d + 4 * (x - y) + 10;
             y = y - 1;
@@ -137,18 +196,27 @@ bool drawCircle(const Target& t, int64_t cx, int64_t cy, int64_t r, uint32_t ink
         }
         x = x + 1;
     }
-    return false;
 }
 
-void drawSpiral(const Target& t, const SpiralPoint* spiral, int64_t cx, int64_t cy, int64_t length,
-                uint32_t ink) {
-    for (int64_t j = length; j >= 1; --j) {
-        const int64_t x = cx + spiral[j].dx;
-        const int64_t y = cy + spiral[j].dy;
-        if (x >= 0 && x < t.width && y >= 0 && y < t.height) {
-            t.pixels[static_cast<ptrdiff_t>(y) * t.pitch + x] = ink;
-        }
+// Draws the disc row by row; true when every row of the picture is now ink
+// from edge to edge, so that no later mark can change the picture.
+bool drawDisc(const Target& t, const std::vector<int32_t>& half, int64_t cx, int64_t cy,
+              uint32_t ink) {
+    const int64_t m = static_cast<int64_t>(half.size()) - 1;
+    const int64_t y0 = std::max<int64_t>(cy - m, 0);
+    const int64_t y1 = std::min<int64_t>(cy + m, t.height - 1);
+    int64_t fullRows = 0;
+    for (int64_t y = y0; y <= y1; ++y) {
+        const int32_t h = half[static_cast<size_t>(y < cy ? cy - y : y - cy)];
+        if (h < 0) continue;
+        const int64_t lo = std::max<int64_t>(cx - h, 0);
+        const int64_t hi = std::min<int64_t>(cx + h, t.width - 1);
+        if (lo > hi) continue;
+        std::fill(t.pixels + static_cast<ptrdiff_t>(y) * t.pitch + lo,
+                  t.pixels + static_cast<ptrdiff_t>(y) * t.pitch + hi + 1, ink);
+        fullRows += lo == 0 && hi == t.width - 1;
     }
+    return fullRows == t.height;
 }
 
 // Up to this many cells per side every marked cell is visited in order.
@@ -194,34 +262,44 @@ std::vector<Band> bands(float size, int64_t n, int32_t extent) {
     return out;
 }
 
+// What one frame's marks need, worked out before the cells are visited:
+// the mark size of every key, the spiral, and the disc of each radius in
+// use (built when a cell first needs it).
 struct Marks {
     const uint32_t* src;
     int32_t stride;
-    const Target* t;
-    const SpiralPoint* spiral;  // null: circles
-    float brightness, scale;
+    Target t;
     uint32_t ink;
+    bool spirals;
+    int64_t size[256];  // circle radius or spiral length by key; a mark when >= 1
+    Spiral spiral;
+    int32_t discOf[256];  // index into discs by key, -1 while not built
+    std::vector<std::vector<int32_t>> discs;
 
     // The mark of the cell with these bounds; true when the picture is now
     // all ink, so that no later mark can change it.
-    bool draw(int32_t left, int32_t top, int32_t right, int32_t bottom) const {
-        // Cells always start inside the picture; should rounding ever put one
-        // at or past the far edge it counts as empty (opaque black, what an
-        // empty block averages to), never a block outside.
-        const uint32_t average = left < t->width && top < t->height
-                                     ? blockAverage(src, stride, t->width, t->height, left, top,
-                                                    right, bottom)
-                                     : 0xFF000000u;
-        const int32_t key = brightnessKey(average);
+    bool draw(int32_t left, int32_t top, int32_t right, int32_t bottom) {
+        const int32_t key =
+            brightnessKey(cellAverage(src, stride, t.width, t.height, left, top, right, bottom));
+        const int64_t s = size[key];
+        if (s < 1) return false;
         const int64_t cx = (static_cast<int64_t>(left) + right) >> 1;
         const int64_t cy = (static_cast<int64_t>(top) + bottom) >> 1;
-        if (spiral) {
-            const int64_t length = spiralLength(key, brightness, scale);
-            if (length >= 1) drawSpiral(*t, spiral, cx, cy, length, ink);
+        if (spirals) {
+            drawSpiral(t, spiral, cx, cy, s, ink);
             return false;
         }
-        const int64_t radius = circleRadius(key, brightness, scale);
-        return radius >= 1 && drawCircle(*t, cx, cy, radius, ink);
+        if (discOf[key] < 0) {
+            for (int32_t k = 0; k < 256; ++k) {
+                if (discOf[k] >= 0 && size[k] == s) discOf[key] = discOf[k];
+            }
+            if (discOf[key] < 0) {
+                discOf[key] = static_cast<int32_t>(discs.size());
+                discs.emplace_back();
+                discWidths(s, t.height, discs.back());
+            }
+        }
+        return drawDisc(t, discs[static_cast<size_t>(discOf[key])], cx, cy, ink);
     }
 };
 
@@ -238,10 +316,7 @@ void renderNewsPrint(const FrameContext* ctx, const ParameterBlock* block, uint3
     const uint32_t paper = ayuv ? 0xFFEA8080u : 0xFFFFFFFFu;
     const Target t{dst, ctx->stride >> 2, width, height};
 
-    for (int32_t y = 0; y < height; ++y) {
-        uint32_t* row = dst + y * t.pitch;
-        for (int32_t x = 0; x < width; ++x) row[x] = paper;
-    }
+    for (int32_t y = 0; y < height; ++y) std::fill_n(dst + y * t.pitch, width, paper);
     if (!src) return;
 
     // N below 1 (a "Resolution" above 1) is an empty grid: plain paper.
@@ -254,18 +329,18 @@ void renderNewsPrint(const FrameContext* ctx, const ParameterBlock* block, uint3
     const float scale =
         spirals ? spiralScale(cellWidth, contrast) : circleScale(cellWidth, contrast);
 
+    Marks marks{src, ctx->stride, t, ink, spirals, {}, {}, {}, {}};
     // When no key at all gives a mark the picture stays paper, however many
     // cells there are.
     bool anyMark = false;
-    for (int32_t key = 0; key < 256 && !anyMark; ++key) {
-        anyMark = (spirals ? spiralLength(key, brightness, scale)
-                           : circleRadius(key, brightness, scale)) >= 1;
+    for (int32_t key = 0; key < 256; ++key) {
+        marks.size[key] = spirals ? spiralLength(key, brightness, scale)
+                                  : circleRadius(key, brightness, scale);
+        anyMark = anyMark || marks.size[key] >= 1;
+        marks.discOf[key] = -1;
     }
     if (!anyMark) return;
-
-    SpiralPoint spiral[kSpiralMarks];
-    if (spirals) buildSpiral(spiral, cellWidth);
-    const Marks marks{src, ctx->stride, &t, spirals ? spiral : nullptr, brightness, scale, ink};
+    if (spirals) buildSpiral(marks.spiral, cellWidth, t);
 
     if (n > kCellByCell) {
         const std::vector<Band> rows = bands(cellHeight, n, height);
@@ -278,6 +353,8 @@ void renderNewsPrint(const FrameContext* ctx, const ParameterBlock* block, uint3
         return;
     }
 
+    std::vector<int32_t> colEdge(static_cast<size_t>(n) + 1);
+    for (int64_t c = 0; c <= n; ++c) colEdge[c] = cellBoundary(c, cellWidth, n, width);
     for (int64_t r = 0; r < n; ++r) {
         const int32_t top = cellBoundary(r, cellHeight, n, height);
         const int32_t bottom = cellBoundary(r + 1, cellHeight, n, height);
@@ -289,9 +366,7 @@ void renderNewsPrint(const FrameContext* ctx, const ParameterBlock* block, uint3
             continue;
         }
         for (int64_t c = r & 1; c < n; c += 2) {
-            const int32_t left = cellBoundary(c, cellWidth, n, width);
-            const int32_t right = cellBoundary(c + 1, cellWidth, n, width);
-            if (marks.draw(left, top, right, bottom)) return;
+            if (marks.draw(colEdge[c], top, colEdge[c + 1], bottom)) return;
         }
     }
 }
