@@ -28,7 +28,7 @@ bool isFullRangeFormat(AVPixelFormat f) {
 }
 
 namespace {
-constexpr int kSwsFlags = SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT | SWS_FULL_CHR_H_INP;
+constexpr int kSwsFlags = SWS_BICUBIC | SWS_FULL_CHR_H_INT | SWS_FULL_CHR_H_INP;
 }  // namespace
 
 void Converter::convert(const uint8_t* const src[], const int srcStride[], int srcW, int srcH,

@@ -56,12 +56,19 @@ struct Renderer {
     std::vector<ParameterSetting> settings;
     RenderOptions base;
 
-    Picture render(const Picture& source, double progress) {
+    Picture target;  // kept from frame to frame, cleared before each render
+
+    const Picture& render(const Picture& source, double progress) {
         for (const ParameterSetting& s : settings)
             instance.setParameter(s.slot, valueAt(s, progress));
         RenderOptions o = base;
         o.progress = progress;
-        Picture target(source.width, source.height);
+        if (target.width != source.width || target.height != source.height ||
+            target.stride != source.stride) {
+            target = Picture(source.width, source.height, source.stride);
+        } else {
+            std::fill(target.words.begin(), target.words.end(), 0u);
+        }
         if (instance.render(&source, target, o) != 0)
             throw std::runtime_error("the module refused to render");
         return target;
@@ -310,7 +317,7 @@ void runRender(const Module& module, const RenderRequest& rq) {
     }
 
     Instance instance(module, effect, src.width, src.height);
-    Renderer r{instance, parseSettings(effectName, instance.parameters(), rq.params), base};
+    Renderer r{instance, parseSettings(effectName, instance.parameters(), rq.params), base, {}};
     if (stillOutput) {
         renderStill(src, r, rq, span, fourcc, outputPath, effectName);
     } else {

@@ -450,7 +450,11 @@ bool VideoReader::next(DecodedFrame& out, uint32_t fourcc, const PacketSink& oth
     const bool fullRange = f->color_range == AVCOL_RANGE_JPEG || isFullRangeFormat(fmt);
     const int space = f->colorspace != AVCOL_SPC_UNSPECIFIED ? f->colorspace : info.colour.space;
     const bool sameSize = f->width == info.width && f->height == info.height;
-    out.picture = Picture(info.width, info.height);
+    // The caller's picture is reused when it has the size: every path below
+    // writes each of its pixels.
+    if (out.picture.width != info.width || out.picture.height != info.height ||
+        out.picture.stride != info.width * 4)
+        out.picture = Picture(info.width, info.height);
     Picture& pic = out.picture;
 
     const bool viaRgb = fourcc != kFourccAyuv || isRgbFormat(fmt);
