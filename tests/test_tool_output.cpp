@@ -1,7 +1,7 @@
 // What the reelfx program writes, end to end on small clips made by the
 // ffmpeg program and checked with ffprobe: containers and picture names,
 // what a file carries besides its pictures, stills of every PNG kind,
-// sequences, damaged files, streams on standard input, existing files,
+// sequences, truncated files, streams on standard input, existing files,
 // signals.
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -273,31 +273,6 @@ TEST_F(ToolOutput, TruncatedFilesGiveTheFramesThatExist) {
     const Outcome r = reelfx("render|Flip XY|cut.mkv|-o|none.mkv");
     EXPECT_EQ(r.status, 1) << r.err;
     EXPECT_FALSE(fs::exists(path("none.mkv")));
-}
-
-// A PNG of 68 bytes whose header claims 16384 x 16384 is refused for what
-// its data can hold, before a picture of that size is allocated (the run
-// has far less address space than such a picture needs).
-TEST_F(ToolOutput, PictureSizeClaimsAreCheckedAgainstTheFile) {
-    const std::string hex =
-        "89504e470d0a1a0a0000000d4948445200004000000040000806000000a9c810840000000b49444154789c63"
-        "6080000000080001b75873950000000049454e44ae426082";
-    std::string png;
-    for (size_t i = 0; i < hex.size(); i += 2)
-        png += static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16));
-    std::ofstream(path("huge.png"), std::ios::binary) << png;
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    // The sanitizers reserve more address space than any limit allows.
-    const std::string limit = "ASAN_OPTIONS=$ASAN_OPTIONS:max_allocation_size_mb=300 ";
-#else
-    const std::string limit = "ulimit -v 300000; ";
-#endif
-    const Outcome r = shell(limit + tool("render|Flip XY|huge.png|-o|o.png"));
-    EXPECT_EQ(r.status, 1) << r.err;
-    EXPECT_NE(r.err.find("huge.png: no picture size could be read (the file is damaged, or its "
-                         "header claims more than its data can hold)"),
-              std::string::npos)
-        << r.err;
 }
 
 // Standard input is rendered as it arrives: the first frame leaves reelfx
