@@ -91,7 +91,8 @@ void paintAnchorsInOrder(const Grid& g, int64_t firstRow, int64_t firstColumn) {
 // current row, and the keys of one row, in fixed buffers.
 constexpr int32_t kMaxSearchHalf = 7;  // 15 x 15 search squares: indices fit a byte
 constexpr int32_t kPatchBudget = 1024;
-constexpr int32_t kMaxSpan = 4096;
+constexpr int32_t kMaxSpan = 2048;
+constexpr int32_t kMaxRowsKept = 64;
 
 // Keys of the words [x0, x1) of a row, one byte each.
 __attribute__((target_clones("avx2", "default"))) void rowKeys(const uint32_t* row, int32_t x0, int32_t x1, uint8_t* keys) {
@@ -223,6 +224,17 @@ void paintReaching(const Patch* const* reaching, int32_t m, int32_t x0, int32_t 
     }
 }
 
+// One row painted from colours spread over its columns: the brighter one
+// where the source key is above the anchor's.
+__attribute__((target_clones("avx2", "default"))) void paintSpread(
+    const uint8_t* key, const uint8_t* anchorKey, const uint32_t* low, const uint32_t* change,
+    uint32_t* out, int32_t n) {
+    for (int32_t x = 0; x < n; ++x) {
+        const uint32_t brighter = 0u - static_cast<uint32_t>(key[x] > anchorKey[x]);
+        out[x] = low[x] ^ (change[x] & brighter);
+    }
+}
+
 // Paints the columns [c0, c1) of every row. Within one row the patches
 // are painted anchor row by anchor row, in order, so every pixel receives
 // its writes in the order the anchors give them. Within an anchor row the
@@ -245,8 +257,13 @@ void paintColumns(const Grid& g, int32_t c0, int32_t c1, int32_t rowsKept, Patch
     struct Span {
         int32_t from, to, left, right;
     };
-    Span spans[kPatchBudget];
+    Span spans[kMaxRowsKept];
     const Patch* reaching[kPatchBudget];
+    // The colours of the last anchor row that covered a whole row, spread
+    // over its columns: every row it covers is then painted in one loop.
+    int32_t spread = -1;
+    uint8_t spreadKey[kMaxSpan];
+    uint32_t spreadLow[kMaxSpan], spreadChange[kMaxSpan];
     int32_t searched = -1;  // the last anchor row searched
     for (int32_t py = 0; py < g.height; ++py) {
         // The anchor rows whose patches can reach row py.
@@ -305,7 +322,27 @@ void paintColumns(const Grid& g, int32_t c0, int32_t c1, int32_t rowsKept, Patch
             paint(ay, c0, coverLeft, false);
             paint(ay, coverRight, c1, false);
         }
-        if (last >= a0) paint(last, c0, c1, true);
+        if (last >= a0) {
+            if (spread != last) {
+                spread = last;
+                const int32_t m = listReaching(patches + (last % rowsKept) * count, 0, count, py,
+                                               side, true, reaching);
+                for (int32_t j = 0; j < m; ++j) {
+                    const Patch* p = reaching[j];
+                    const int32_t from = std::max(p->left, coverLeft);
+                    int32_t to = std::min(p->left + side, coverRight);
+                    if (j + 1 < m) to = std::min(to, reaching[j + 1]->left);
+                    for (int32_t x = from; x < to; ++x) {
+                        spreadKey[x - c0] = static_cast<uint8_t>(p->key);
+                        spreadLow[x - c0] = p->low;
+                        spreadChange[x - c0] = p->low ^ p->high;
+                    }
+                }
+            }
+            paintSpread(rowKey + coverLeft, spreadKey + (coverLeft - c0),
+                        spreadLow + (coverLeft - c0), spreadChange + (coverLeft - c0),
+                        out + coverLeft, coverRight - coverLeft);
+        }
         for (int32_t ay = std::max(last + 1, a0); ay <= a1; ++ay) paint(ay, c0, c1, false);
     }
 }
@@ -355,7 +392,7 @@ void renderMosaic(const FrameContext* ctx, const ParameterBlock* block, uint32_t
     const int64_t rowsKept = side / n + 2;
     const int64_t perRow = kPatchBudget / rowsKept;  // anchors kept per anchor row
     const int64_t strip = std::min<int64_t>((perRow - 2) * n - side, kMaxSpan - side - 4 * h);
-    if (h > kMaxSearchHalf || strip < 4 * n) {
+    if (h > kMaxSearchHalf || strip < 4 * n || rowsKept > kMaxRowsKept) {
         paintAnchorsInOrder(g, 0, 0);
         return;
     }
