@@ -164,12 +164,14 @@ TEST(Lantern, AntiAliasingBeyond100Extrapolates) {
     EXPECT_EQ(r.at(61, 136), 0xFF000000u);
 }
 
-// "AntiAliasing" 0 leaves no band, 100 a band of blends; below 0 and NaN act
-// as 0. Progress before the span (and NaN) renders its
-// start, after it its end; "Fading" NaN or negative means no fades, infinite
-// the source throughout. q = 20 - trunc("Spot Radius"), at least 1; beyond 32
-// bits the radius wraps to the largest spot.
-TEST(Lantern, GuardsOnOutOfRangeValues) {
+// Values outside their ranges, as the formulas take them: "AntiAliasing" 0
+// leaves no band, 100 a band of blends, below 0 (aaLow above aaHigh) and
+// NaN no band either. Progress before the span (and NaN) renders its start,
+// after it its end; "Fading" NaN or negative gives no fades, infinite the
+// source throughout. q = 20 - trunc("Spot Radius"), at least 1; beyond 32
+// bits the value truncates to INT32_MIN and q wraps below 1: the largest
+// spot.
+TEST(Lantern, OutOfRangeValuesFollowTheFormulas) {
     const double nan = std::nan(""), inf = std::numeric_limits<double>::infinity();
     const Picture flat(200, 150, 0, kLit);
     auto band = [&](double aa) {
