@@ -198,25 +198,66 @@ void discWidths(int64_t r, int32_t rows, std::vector<int32_t>& half) {
     }
 }
 
-// Draws the disc row by row; true when every row of the picture is now ink
-// from edge to edge, so that no later mark can change the picture.
+// Discs much larger than a cell overlap many times over. For them every
+// row keeps, per pixel, a link towards the next pixel that is not yet ink
+// (followed with path halving), so that each pixel is painted once and a
+// span over ink already costs next to nothing.
+// Rows that are all ink are linked past the same way.
+struct Unpainted {
+    std::vector<int32_t> next;     // width + 1 links a row; a pixel linked to itself is not ink
+    std::vector<int32_t> openRow;  // height + 1 links; a row linked to itself is not all ink
+    std::vector<int32_t> rowLeft;  // pixels of each row not yet ink
+    int32_t rowsLeft = 0;
+
+    static int32_t find(int32_t* link, int32_t i) {
+        while (link[i] != i) {
+            link[i] = link[link[i]];
+            i = link[i];
+        }
+        return i;
+    }
+};
+
+// Discs from this radius on paint through Unpainted.
+constexpr int64_t kLargeDisc = 16;
+
+// Draws the disc row by row; true when the whole picture is now ink, so that
+// no later mark can change it.
 bool drawDisc(const Target& t, const std::vector<int32_t>& half, int64_t cx, int64_t cy,
-              uint32_t ink) {
+              uint32_t ink, Unpainted* unpainted) {
     const int64_t m = static_cast<int64_t>(half.size()) - 1;
-    const int64_t y0 = std::max<int64_t>(cy - m, 0);
-    const int64_t y1 = std::min<int64_t>(cy + m, t.height - 1);
-    int64_t fullRows = 0;
-    for (int64_t y = y0; y <= y1; ++y) {
+    const int32_t y0 = static_cast<int32_t>(std::max<int64_t>(cy - m, 0));
+    const int32_t y1 = static_cast<int32_t>(std::min<int64_t>(cy + m, t.height - 1));
+    if (y0 > y1) return false;
+    int32_t fullRows = 0;
+    int32_t* openRow = unpainted ? unpainted->openRow.data() : nullptr;
+    for (int32_t y = openRow ? Unpainted::find(openRow, y0) : y0; y <= y1;
+         y = openRow ? Unpainted::find(openRow, y + 1) : y + 1) {
         const int32_t h = half[static_cast<size_t>(y < cy ? cy - y : y - cy)];
         if (h < 0) continue;
         const int64_t lo = std::max<int64_t>(cx - h, 0);
         const int64_t hi = std::min<int64_t>(cx + h, t.width - 1);
         if (lo > hi) continue;
-        std::fill(t.pixels + static_cast<ptrdiff_t>(y) * t.pitch + lo,
-                  t.pixels + static_cast<ptrdiff_t>(y) * t.pitch + hi + 1, ink);
-        fullRows += lo == 0 && hi == t.width - 1;
+        uint32_t* row = t.pixels + static_cast<ptrdiff_t>(y) * t.pitch;
+        if (!unpainted) {
+            std::fill(row + lo, row + hi + 1, ink);
+            fullRows += lo == 0 && hi == t.width - 1;
+            continue;
+        }
+        int32_t* link = unpainted->next.data() + static_cast<size_t>(y) * (t.width + 1u);
+        int32_t painted = 0;
+        for (int32_t x = Unpainted::find(link, static_cast<int32_t>(lo)); x <= hi;
+             x = Unpainted::find(link, x + 1)) {
+            row[x] = ink;
+            link[x] = x + 1;
+            ++painted;
+        }
+        if ((unpainted->rowLeft[y] -= painted) == 0) {
+            openRow[y] = y + 1;
+            --unpainted->rowsLeft;
+        }
     }
-    return fullRows == t.height;
+    return unpainted ? unpainted->rowsLeft == 0 : fullRows == t.height;
 }
 
 // Up to this many cells per side every marked cell is visited in order.
@@ -275,6 +316,8 @@ struct Marks {
     Spiral spiral;
     int32_t discOf[256];  // index into discs by key, -1 while not built
     std::vector<std::vector<int32_t>> discs;
+    bool largeDiscs = false;  // some key's disc reaches kLargeDisc
+    Unpainted unpainted;      // made when the first disc is drawn
 
     // The mark of the cell with these bounds; true when the picture is now
     // all ink, so that no later mark can change it.
@@ -299,7 +342,21 @@ struct Marks {
                 discWidths(s, t.height, discs.back());
             }
         }
-        return drawDisc(t, discs[static_cast<size_t>(discOf[key])], cx, cy, ink);
+        if (largeDiscs && unpainted.next.empty()) {
+            const size_t stride = t.width + 1u;
+            unpainted.next.resize(stride * static_cast<size_t>(t.height));
+            for (size_t y = 0; y < static_cast<size_t>(t.height); ++y) {
+                for (size_t x = 0; x < stride; ++x) {
+                    unpainted.next[y * stride + x] = static_cast<int32_t>(x);
+                }
+            }
+            unpainted.openRow.resize(static_cast<size_t>(t.height) + 1);
+            for (int32_t y = 0; y <= t.height; ++y) unpainted.openRow[y] = y;
+            unpainted.rowLeft.assign(static_cast<size_t>(t.height), t.width);
+            unpainted.rowsLeft = t.height;
+        }
+        return drawDisc(t, discs[static_cast<size_t>(discOf[key])], cx, cy, ink,
+                        largeDiscs ? &unpainted : nullptr);
     }
 };
 
@@ -329,7 +386,7 @@ void renderNewsPrint(const FrameContext* ctx, const ParameterBlock* block, uint3
     const float scale =
         spirals ? spiralScale(cellWidth, contrast) : circleScale(cellWidth, contrast);
 
-    Marks marks{src, ctx->stride, t, ink, spirals, {}, {}, {}, {}};
+    Marks marks{src, ctx->stride, t, ink, spirals, {}, {}, {}, {}, false, {}};
     // When no key at all gives a mark the picture stays paper, however many
     // cells there are.
     bool anyMark = false;
@@ -337,6 +394,7 @@ void renderNewsPrint(const FrameContext* ctx, const ParameterBlock* block, uint3
         marks.size[key] = spirals ? spiralLength(key, brightness, scale)
                                   : circleRadius(key, brightness, scale);
         anyMark = anyMark || marks.size[key] >= 1;
+        marks.largeDiscs = marks.largeDiscs || (!spirals && marks.size[key] >= kLargeDisc);
         marks.discOf[key] = -1;
     }
     if (!anyMark) return;

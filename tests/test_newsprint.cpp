@@ -186,7 +186,8 @@ TEST(NewsPrint, FineGridsMatchTheCellByCellModel) {
     // twentieth of it on the fine grids, which keeps the model's point walk
     // short there.
     const std::tuple<double, double, double> cases[] = {
-        {0.8, 0.83, 1.09}, {0.3, 0.83, 1.09}, {-30.0, -0.4, 40.0}, {-74.0, 0.5, 60.0}};
+        {0.8, 0.83, 1.09}, {0.3, 0.83, 1.09}, {0.3, 0.83, 6.0},
+        {-30.0, -0.4, 40.0}, {-74.0, 0.5, 60.0}};
     for (const auto& [resolution, brightness, circleContrast] : cases) {
         for (const bool spirals : {false, true}) {
             const double contrast = spirals && resolution < 0 ? circleContrast / 20 : circleContrast;
