@@ -78,6 +78,25 @@ inline uint32_t mixToShade(uint32_t s, uint32_t shade, double e, const Bounds& b
            mixChannel(channel(s, 0), channel(shade, 0), e, b.low01, b.high01);
 }
 
+// One row, in chunks: the shades are looked up first, then the mix runs
+// over plain arrays, where it vectorises (AVX2 where the CPU has it).
+__attribute__((target_clones("avx2", "default"))) void toneMapRow(
+    const uint32_t* in, uint32_t* out, int32_t width, bool argb, const uint32_t* shade, double e,
+    const Bounds& bounds) {
+    uint32_t shadeOf[kChunk];
+    for (int32_t x0 = 0; x0 < width; x0 += kChunk) {
+        const int32_t n = width - x0 < kChunk ? width - x0 : kChunk;
+        const uint32_t* s = in + x0;
+        if (argb) {
+            for (int32_t j = 0; j < n; ++j) shadeOf[j] = shade[argbLuma(s[j]) - kLumaLow];
+        } else {
+            for (int32_t j = 0; j < n; ++j) shadeOf[j] = shade[ayuvLuma(s[j]) - kLumaLow];
+        }
+        uint32_t* o = out + x0;
+        for (int32_t j = 0; j < n; ++j) o[j] = mixToShade(s[j], shadeOf[j], e, bounds);
+    }
+}
+
 }  // namespace
 
 void renderToneMap(uint32_t* dst, const uint32_t* src, int32_t stride, int32_t width,
@@ -106,23 +125,8 @@ void renderToneMap(uint32_t* dst, const uint32_t* src, int32_t stride, int32_t w
     const bool argb = format == kFourccArgb;
     const Bounds bounds = argb ? Bounds{0.0, 255.0, 0.0, 255.0} : Bounds{16.0, 240.0, 16.0, 235.0};
 
-    // Rows go in chunks: the shades are looked up first, then the mix runs
-    // over plain arrays, where it vectorises.
     const int64_t pitch = stride >> 2;
-    uint32_t shadeOf[kChunk];
     for (int64_t y = 0; y < height; ++y) {
-        const uint32_t* in = src + y * pitch;
-        uint32_t* out = dst + y * pitch;
-        for (int32_t x0 = 0; x0 < width; x0 += kChunk) {
-            const int32_t n = width - x0 < kChunk ? width - x0 : kChunk;
-            const uint32_t* s = in + x0;
-            if (argb) {
-                for (int32_t j = 0; j < n; ++j) shadeOf[j] = shade[argbLuma(s[j]) - kLumaLow];
-            } else {
-                for (int32_t j = 0; j < n; ++j) shadeOf[j] = shade[ayuvLuma(s[j]) - kLumaLow];
-            }
-            uint32_t* o = out + x0;
-            for (int32_t j = 0; j < n; ++j) o[j] = mixToShade(s[j], shadeOf[j], e, bounds);
-        }
+        toneMapRow(src + y * pitch, dst + y * pitch, width, argb, shade, e, bounds);
     }
 }
