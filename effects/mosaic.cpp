@@ -36,6 +36,8 @@ struct Grid {
     int64_t pitch;
     int32_t n, h, k;
     int32_t side;  // (2h + 1) * K, the patch's side
+    // A search index (row-major over the (2h + 1)^2 square) as offsets.
+    int8_t indexRow[256], indexColumn[256];
 };
 
 // Every anchor in its own order, each searching and painting its whole
@@ -99,65 +101,87 @@ __attribute__((target_clones("avx2", "default"))) void rowKeys(const uint32_t* r
     for (int32_t x = x0; x < x1; ++x) keys[x - x0] = static_cast<uint8_t>(brightnessKey(row[x]));
 }
 
+// One search row over a run of columns: each column's candidate, packed
+// as excess << 8 | scan index in 16 bits (a key not above its anchor's
+// gives 0xFFFF, above every real candidate), lowers that column's best.
+__attribute__((target_clones("avx2", "default"))) void lowerColumnBest(
+    const uint8_t* key, const int16_t* above, const uint8_t* offset, uint16_t first,
+    uint16_t* best, int32_t n) {
+    for (int32_t x = 0; x < n; ++x) {
+        const int32_t excess = key[x] - above[x];
+        const uint32_t none = static_cast<uint32_t>(excess >> 31);  // all ones below 0
+        const auto c = static_cast<uint16_t>(
+            (static_cast<uint32_t>(excess) << 8 | (first + offset[x])) | none);
+        best[x] = c < best[x] ? c : best[x];
+    }
+}
+
 // Searches the anchors i0 ... i1 of anchor row `ay` and records their
-// patches. Each candidate is packed as (excess - 1) << 8 | scan index, so
-// the smallest word is the smallest positive excess, first in scan order;
-// an excess of 0 or less wraps to a word above every real candidate. H is
-// the search half-width when fixed at compile time (0: taken from g), so
-// that the search of anchors away from the sides unrolls completely.
-template <int H>
+// patches. The chosen neighbour has the smallest positive excess of key
+// over the anchor's, first in scan order: the smallest candidate word.
+// Anchor i's search columns x - h ... x + h start at x - h = i * N - h, so
+// columns [i * N - h, i * N - h + N) belong to anchor i alone; with an
+// even N the last column x + h is also the first of the next anchor's and
+// is searched for anchor i on its own. Columns and rows outside the
+// picture read as key 0, never brighter than an anchor: they are left out.
 void searchRow(const Grid& g, int32_t ay, int32_t i0, int32_t i1, Patch* patches, uint8_t* keys) {
     const int32_t y = ay * g.n;
-    const int32_t h = H > 0 ? H : g.h;
+    const int32_t n = g.n, h = g.h;
     const int32_t side = 2 * h + 1;
+    const bool even = n == 2 * h;
     const int32_t count = i1 - i0 + 1;
-    uint32_t best[kPatchBudget];
     int32_t anchorKey[kPatchBudget];
+    uint16_t extra[kPatchBudget];  // even N: the best of column x + h
     const uint32_t* anchorRow = g.src + y * g.pitch;
     for (int32_t i = 0; i < count; ++i) {
-        best[i] = 0xFFFFFFFFu;
-        anchorKey[i] = brightnessKey(anchorRow[int64_t{i0 + i} * g.n]);
+        anchorKey[i] = brightnessKey(anchorRow[int64_t{i0 + i} * n]);
+        extra[i] = 0xFFFF;
     }
-    const int32_t x0 = std::max(i0 * g.n - h, 0);
-    const int32_t x1 = std::min(i1 * g.n + h + 1, g.width);
-    const uint8_t* key = keys - x0;
-    // Rows and columns outside the picture read as key 0, never brighter
-    // than an anchor: they are left out.
+    const int32_t x0 = std::max(i0 * n - h, 0);
+    const int32_t x1 = std::min(i1 * n + h + 1, g.width);
+    const int32_t span = x1 - x0;
+    // Per column: the anchor's key + 1 (above every key for a column of
+    // no anchor here), its offset in the search row, the best so far.
+    int16_t above[kMaxSpan];
+    uint16_t best[kMaxSpan];
+    for (int32_t i = 0; i <= count; ++i) {
+        const int32_t from = std::max((i0 + i) * n - h, x0);
+        const int32_t to = std::min((i0 + i) * n - h + n, x1);
+        const int16_t a = static_cast<int16_t>(i < count ? anchorKey[i] + 1 : 256);
+        for (int32_t x = from; x < to; ++x) above[x - x0] = a;
+    }
+    // The offsets repeat 0 ... N - 1 from the first anchor's first column.
+    uint8_t offset[kMaxSpan];
+    for (int32_t x = x0, j = x0 - (i0 * n - h); x < x1; ++x, j = j + 1 == n ? 0 : j + 1) {
+        offset[x - x0] = static_cast<uint8_t>(j);
+    }
+    std::fill_n(best, span, uint16_t{0xFFFF});
     for (int32_t dy = -h; dy <= h; ++dy) {
         const int32_t sy = y + dy;
         if (sy < 0 || sy >= g.height) continue;
         rowKeys(g.src + sy * g.pitch, x0, x1, keys);
-        for (int32_t i = 0; i < count; ++i) {
-            const int32_t x = (i0 + i) * g.n;
-            const uint32_t first = static_cast<uint32_t>((dy + h) * side);
-            const uint32_t above = static_cast<uint32_t>(anchorKey[i] + 1);
-            uint32_t b = best[i];
-            if (H > 0 && x >= H && x + H < g.width) {
-                const uint8_t* k = key + (x - H);
-                for (int32_t j = 0; j < 2 * H + 1; ++j) {
-                    const uint32_t c = (k[j] - above) << 8 | (first + static_cast<uint32_t>(j));
-                    b = c < b ? c : b;
-                }
-            } else {
-                const int32_t lo = std::max(x - h, 0);
-                const int32_t hi = std::min(x + h + 1, g.width);
-                const uint32_t base = first + static_cast<uint32_t>(h - x);
-                for (int32_t sx = lo; sx < hi; ++sx) {
-                    const uint32_t c = (key[sx] - above) << 8 | (base + static_cast<uint32_t>(sx));
-                    b = c < b ? c : b;
-                }
+        const auto first = static_cast<uint16_t>((dy + h) * side);
+        lowerColumnBest(keys, above, offset, first, best, span);
+        if (even) {
+            for (int32_t i = 0; i < count; ++i) {
+                const int32_t x = (i0 + i) * n + h;
+                if (x >= x1) break;
+                const int32_t excess = keys[x - x0] - (anchorKey[i] + 1);
+                const auto c = static_cast<uint16_t>(excess << 8 | (first + 2 * h));
+                if (excess >= 0 && c < extra[i]) extra[i] = c;
             }
-            best[i] = b;
         }
     }
     const int32_t reach = h * g.k;
     for (int32_t i = 0; i < count; ++i) {
-        const int32_t x = (i0 + i) * g.n;
+        const int32_t x = (i0 + i) * n;
+        uint16_t b = extra[i];
+        const int32_t from = std::max(x - h, x0), to = std::min(x - h + n, x1);
+        for (int32_t c = from; c < to; ++c) b = std::min(b, best[c - x0]);
         int32_t dx = 0, dy = 0;
-        if (best[i] < 0x10000u) {
-            const int32_t index = static_cast<int32_t>(best[i] & 0xFF);
-            dy = index / side - h;
-            dx = index % side - h;
+        if (b != 0xFFFF) {
+            dy = g.indexRow[b & 0xFF];
+            dx = g.indexColumn[b & 0xFF];
         }
         Patch& p = patches[i];
         p.left = x + dx - reach;
@@ -272,14 +296,7 @@ void paintColumns(const Grid& g, int32_t c0, int32_t c1, int32_t rowsKept, Patch
         while (searched < a1) {
             ++searched;
             Patch* row = patches + (searched % rowsKept) * count;
-            switch (h) {
-                case 1: searchRow<1>(g, searched, i0, i1, row, keys); break;
-                case 2: searchRow<2>(g, searched, i0, i1, row, keys); break;
-                case 3: searchRow<3>(g, searched, i0, i1, row, keys); break;
-                case 4: searchRow<4>(g, searched, i0, i1, row, keys); break;
-                case 5: searchRow<5>(g, searched, i0, i1, row, keys); break;
-                default: searchRow<0>(g, searched, i0, i1, row, keys); break;
-            }
+            searchRow(g, searched, i0, i1, row, keys);
             int32_t lowest = row[0].top, highest = row[0].top;
             bool gapless = true;
             for (int32_t i = 0; i < count; ++i) {
@@ -381,7 +398,7 @@ void renderMosaic(const FrameContext* ctx, const ParameterBlock* block, uint32_t
     const int64_t cover = int64_t{std::max(width, height)} + 1;
     const bool lastOnly = k >= cover;
     if (lastOnly) k = static_cast<int32_t>(cover);
-    Grid g{src, dst, width, height, pitch, n, h, k, 0};
+    Grid g{src, dst, width, height, pitch, n, h, k, 0, {}, {}};
     if (lastOnly) {
         paintAnchorsInOrder(g, (height - 1) / n * int64_t{n}, (width - 1) / n * int64_t{n});
         return;
@@ -397,6 +414,10 @@ void renderMosaic(const FrameContext* ctx, const ParameterBlock* block, uint32_t
         return;
     }
     g.side = static_cast<int32_t>(side);
+    for (int32_t i = 0; i < (2 * h + 1) * (2 * h + 1); ++i) {
+        g.indexRow[i] = static_cast<int8_t>(i / (2 * h + 1) - h);
+        g.indexColumn[i] = static_cast<int8_t>(i % (2 * h + 1) - h);
+    }
     Patch patches[kPatchBudget];
     uint8_t keys[kMaxSpan];
     for (int64_t c0 = 0; c0 < width; c0 += strip) {
