@@ -10,8 +10,10 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 
+#include "tools/decode_ahead.h"
 #include "tools/image_io.h"
 #include "tools/input_source.h"
 #include "tools/output_file.h"
@@ -198,10 +200,19 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
 
     ProgressBar bar(src.streamed() ? 0 : static_cast<int64_t>(src.times.size()),
                     !rq.quiet && stderrIsTerminal());
+    // A file is decoded ahead on a thread of its own; standard input, whose
+    // reads may block for as long as the writer upstream likes, and the
+    // generated frames are taken here.
+    std::optional<DecodeAhead> ahead;
+    if (src.kind == Source::Kind::Video && !src.streamed())
+        ahead.emplace(src, fourcc, [&](int32_t index) { return copied.count(index) != 0; });
+    auto next = [&](DecodedFrame& f) {
+        return ahead ? ahead->next(f, audioSink) : nextFrame(src, fourcc, f, audioSink);
+    };
     DecodedFrame frame;
     size_t inSpan = 0;
     int64_t done = 0;
-    while (nextFrame(src, fourcc, frame, audioSink)) {
+    while (next(frame)) {
         throwIfInterrupted();
         // Progress runs from 0 on the span's first frame to 1 on its last;
         // frames outside the span pass through unchanged.
@@ -216,6 +227,7 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
         }
         bar.update(++done);
     }
+    ahead.reset();
     // A damaged input gives the frames that could be decoded, and says so.
     const std::string damage = src.reader ? src.reader->damage() : std::string();
     if (done == 0) {

@@ -1,0 +1,56 @@
+// Frames of a video file decoded ahead on a thread of their own, so that
+// decoding overlaps rendering and encoding. The module is still called from
+// one thread only: the one that takes the frames.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <exception>
+#include <functional>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "tools/input_source.h"
+
+namespace reelfx::tool {
+
+class DecodeAhead {
+public:
+    // Packets of the streams `wanted` accepts (by input index) are kept, in
+    // file order between the frames.
+    DecodeAhead(Source& source, uint32_t fourcc, std::function<bool(int32_t)> wanted);
+    ~DecodeAhead();  // stops the thread and waits for it
+    DecodeAhead(const DecodeAhead&) = delete;
+    DecodeAhead& operator=(const DecodeAhead&) = delete;
+
+    // The next frame (its picture swapped with `out`'s, whose buffer is used
+    // again); the packets met before it go to `others` first. False at the
+    // end; the decoding thread's error is thrown here, after the frames
+    // decoded before it. A signal ends the wait with Interrupted.
+    bool next(DecodedFrame& out, const PacketSink& others);
+
+private:
+    struct Item {
+        DecodedFrame frame;
+        AVPacket* packet = nullptr;  // a packet of another stream instead of a frame
+        const AVStream* stream = nullptr;
+    };
+    void run();
+    void push(Item item);
+
+    Source& source_;
+    uint32_t fourcc_;
+    std::function<bool(int32_t)> wanted_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::deque<Item> queue_;
+    std::vector<DecodedFrame> spare_;  // pictures handed back, for their buffers
+    size_t framesQueued_ = 0;
+    bool ended_ = false, stop_ = false;
+    std::exception_ptr error_;
+    std::thread thread_;
+};
+
+}  // namespace reelfx::tool
