@@ -135,11 +135,28 @@ TEST(Flood, FlatPicturesAndEdgesFromTheSource) {
     }
 }
 
+// Hills and valleys with noise on every pixel: long walks that turn, in
+// every direction.
+Picture ripples(int w, int h) {
+    Picture p(w, h, w * 4 + 8, kFill);
+    uint32_t seed = 77;
+    for (int y = 0; y < h; ++y) {
+        for (int x = 0; x < w; ++x) {
+            seed = seed * 1664525u + 1013904223u;
+            const int v = 120 + int(100 * std::sin(x / 4.3) * std::cos(y / 3.1)) +
+                          int(seed >> 29) - 4;
+            p.at(x, y) = (seed & 0xFF000000u) | uint32_t(v) << 16 | uint32_t(v) << 8 |
+                         (seed >> 8 & 0xFF);
+        }
+    }
+    return p;
+}
+
 // Drains shared between walks and passes that end early must not change the
 // result: the same words in both formats as the literal walk.
 TEST(Flood, MatchesTheLiteralWalk) {
-    for (auto [w, h] : {std::pair{37, 23}, {3, 3}, {64, 5}}) {
-        const Picture src = testPicture(w, h, kFourccArgb, 3, w * 4 + 8);
+    for (auto [w, h] : {std::pair{37, 23}, {3, 3}, {64, 5}, {90, 70}}) {
+        const Picture src = w == 90 ? ripples(w, h) : testPicture(w, h, kFourccArgb, 3, w * 4 + 8);
         for (int passes : {1, 2, 7, 40}) {
             const Picture want = modelFlood(src, passes);
             for (uint32_t format : {kFourccArgb, kFourccAyuv}) {
