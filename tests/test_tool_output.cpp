@@ -97,8 +97,9 @@ TEST_F(ToolOutput, TagsRotationFieldOrderAndStreamsCarryOver) {
         "-metadata title=Holiday -metadata creation_time=2020-01-02T03:04:05Z "
         "-metadata:s:v:0 language=fra -shortest plain.mov");
     // ffmpeg's copy drops the creation time: it is set again.
-    ffmpeg("-i plain.mov -map 0 -c copy -metadata:s:v:0 rotate=90 "
-           "-metadata creation_time=2020-01-02T03:04:05Z in.mov");
+    ffmpeg(
+        "-i plain.mov -map 0 -c copy -metadata:s:v:0 rotate=90 "
+        "-metadata creation_time=2020-01-02T03:04:05Z in.mov");
     const struct {
         const char *output, *video, *streams, *leftOut;
     } cases[] = {
@@ -198,7 +199,8 @@ TEST_F(ToolOutput, PngValuesOfEveryDepthAndKind) {
         {"rgba64be",
          std::string("\x80\x80\x40\x40\x20\x20\x7f\x7f\x01\x01\xfe\xfe\x7f\x7f\xff\xff", 16), want8,
          ""},
-        {"gray", std::string("\x80\x01", 2), std::string("\x80\x80\x80\xff\x01\x01\x01\xff", 8), ""},
+        {"gray", std::string("\x80\x01", 2), std::string("\x80\x80\x80\xff\x01\x01\x01\xff", 8),
+         ""},
         {"gray16be", std::string("\x80\x80\x01\x01", 4),
          std::string("\x80\x80\x80\xff\x01\x01\x01\xff", 8), ""},
         {"ya8", std::string("\x80\x7f\x01\xff", 4),
@@ -261,8 +263,9 @@ TEST_F(ToolOutput, TruncatedFilesGiveTheFramesThatExist) {
         const Outcome r = reelfx("render|Flip XY|" + cut + "|-o|o.mkv|-y");
         ASSERT_EQ(r.status, 0) << cut << "\n" << r.err;
         EXPECT_NE(r.err.find("warning: " + cut + " is damaged"), std::string::npos) << r.err;
-        const std::string frames = shell("ffprobe -v error -count_frames -select_streams v "
-                                         "-show_entries stream=nb_read_frames -of csv=p=0 o.mkv")
+        const std::string frames = shell(
+                                       "ffprobe -v error -count_frames -select_streams v "
+                                       "-show_entries stream=nb_read_frames -of csv=p=0 o.mkv")
                                        .out;
         const std::string byFfmpeg =
             shell("ffmpeg -v quiet -i " + cut + " -map 0:v -f framecrc - | grep -c '^0,'").out;
@@ -279,8 +282,9 @@ TEST_F(ToolOutput, TruncatedFilesGiveTheFramesThatExist) {
 // while ffmpeg is still producing the clip at its own pace (-re), for 8-bit
 // and for 10-bit 4:2:2 (ProRes) YUV4MPEG2 alike.
 TEST_F(ToolOutput, StandardInputIsStreamed) {
-    ffmpeg("-f lavfi -i testsrc2=size=64x48:rate=10:duration=3 -c:v prores_ks -profile:v 3 "
-           "-pix_fmt yuv422p10le pr.mov");
+    ffmpeg(
+        "-f lavfi -i testsrc2=size=64x48:rate=10:duration=3 -c:v prores_ks -profile:v 3 "
+        "-pix_fmt yuv422p10le pr.mov");
     const struct {
         const char *source, *pixFmt;
     } cases[] = {

@@ -51,9 +51,10 @@ void Converter::convert(const uint8_t* const src[], const int srcStride[], int s
     }
     if (const int rows = sws_scale(ctx, src, srcStride, 0, srcH, dst, dstStride); rows != dstH) {
         if (rows == AVERROR(ENOMEM)) throw std::bad_alloc();
-        throw std::runtime_error("cannot convert " + what + ": " +
-                                 (rows < 0 ? avError(rows) : std::to_string(rows) + " of " +
-                                                                 std::to_string(dstH) + " rows"));
+        throw std::runtime_error(
+            "cannot convert " + what + ": " +
+            (rows < 0 ? avError(rows)
+                      : std::to_string(rows) + " of " + std::to_string(dstH) + " rows"));
     }
 }
 

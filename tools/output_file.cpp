@@ -123,8 +123,8 @@ void OutputFile::commit() {
     }
     std::error_code ec;
     if (!sequenceFolder_.empty()) {
-        const fs::path dir = fs::path(final_).has_parent_path() ? fs::path(final_).parent_path()
-                                                                : fs::path(".");
+        const fs::path dir =
+            fs::path(final_).has_parent_path() ? fs::path(final_).parent_path() : fs::path(".");
         for (const auto& e : fs::directory_iterator(sequenceFolder_, ec)) {
             fs::rename(e.path(), dir / e.path().filename(), ec);
             if (ec) break;
@@ -144,8 +144,8 @@ void setOverwritePolicy(Overwrite policy) {
 void confirmOverwrite(const std::string& pathOrPattern) {
     if (pathOrPattern == "-" || gConfirmed.count(pathOrPattern)) return;
     // A sequence is asked about by its first picture.
-    const std::string path = isSequenceName(pathOrPattern) ? sequenceName(pathOrPattern, 1)
-                                                           : pathOrPattern;
+    const std::string path =
+        isSequenceName(pathOrPattern) ? sequenceName(pathOrPattern, 1) : pathOrPattern;
     std::error_code ec;
     if (!std::filesystem::exists(path, ec)) return;
     if (std::filesystem::is_directory(path, ec))

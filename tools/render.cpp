@@ -149,8 +149,9 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
                                             : "; it runs from 0 to " + seconds(src.times.back())));
     }
     if (!count) {
-        say(rq.quiet, src.name + " is rendered as it arrives, so its length is not known: "
-                                 "progress stays 0 (--span START:END runs it from 0 to 1)");
+        say(rq.quiet, src.name +
+                          " is rendered as it arrives, so its length is not known: "
+                          "progress stays 0 (--span START:END runs it from 0 to 1)");
     }
     const size_t n = count.value_or(1);
     OutputFile out(outputPath);
@@ -237,12 +238,17 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
     writer.finish();
     out.commit();
     bar.finish();
-    say(rq.quiet, "wrote " + outputPath + ": " + std::to_string(done) + " frames, " +
-                      std::to_string(inSpan) + " with " + effectName +
-                      (copied.empty() ? "" : ", " + std::to_string(copied.size()) + " other stream(s) copied") + "; " + writer.description());
+    say(rq.quiet,
+        "wrote " + outputPath + ": " + std::to_string(done) + " frames, " + std::to_string(inSpan) +
+            " with " + effectName +
+            (copied.empty() ? ""
+                            : ", " + std::to_string(copied.size()) + " other stream(s) copied") +
+            "; " + writer.description());
     if (!damage.empty()) {
-        std::fprintf(stderr, "reelfx: warning: %s is damaged: %s; wrote the %lld frames that could be decoded\n",
-                     src.name.c_str(), damage.c_str(), static_cast<long long>(done));
+        std::fprintf(
+            stderr,
+            "reelfx: warning: %s is damaged: %s; wrote the %lld frames that could be decoded\n",
+            src.name.c_str(), damage.c_str(), static_cast<long long>(done));
     }
 }
 

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <vector>
 #include <new>
 #include <stdexcept>
+#include <vector>
 
 #include "tools/av_support.h"
 
@@ -83,8 +83,8 @@ OpenedInput openInput(const std::string& path, Rational sequenceRate) {
     const std::string url = path == "-" ? "pipe:0" : path;
     Dictionary options;
     if (sequenceRate.known())
-        options.set("framerate", std::to_string(sequenceRate.num) + "/" +
-                                     std::to_string(sequenceRate.den));
+        options.set("framerate",
+                    std::to_string(sequenceRate.num) + "/" + std::to_string(sequenceRate.den));
     int r = avformat_open_input(&in.ic, url.c_str(), nullptr, &options.d);
     if (r < 0) {
         throw std::runtime_error("cannot read " + path + " as a picture or video: " + avError(r));
@@ -146,9 +146,9 @@ std::vector<int64_t> scanStamps(const std::string& path, int32_t vs, Rational se
         }
         if (p->pts != AV_NOPTS_VALUE) {
             const AVRational tb = scan.ic->streams[p->stream_index]->time_base;
-            const double end = (static_cast<double>(p->pts) + static_cast<double>(p->duration)) *
-                                   tb.num / tb.den -
-                               static_cast<double>(start) / AV_TIME_BASE;
+            const double end =
+                (static_cast<double>(p->pts) + static_cast<double>(p->duration)) * tb.num / tb.den -
+                static_cast<double>(start) / AV_TIME_BASE;
             lastEnd = std::max(lastEnd, end);
         }
         if (p->stream_index == vs && !(p->flags & AV_PKT_FLAG_DISCARD)) {
@@ -245,8 +245,9 @@ VideoReader::VideoReader(const std::string& path, Rational sequenceRate)
     info.width = st->codecpar->width;
     info.height = st->codecpar->height;
     if (info.width <= 0 || info.height <= 0) {
-        throw std::runtime_error(path + ": no picture size could be read (the file is damaged, "
-                                        "or its header claims more than its data can hold)");
+        throw std::runtime_error(path +
+                                 ": no picture size could be read (the file is damaged, "
+                                 "or its header claims more than its data can hold)");
     }
     if (info.width > kMaxSide || info.height > kMaxSide) {
         throw std::runtime_error(path + ": unusable video size " + std::to_string(info.width) +
@@ -324,7 +325,8 @@ VideoReader::VideoReader(const std::string& path, Rational sequenceRate)
         s.endsAt = info.frameTimes.back() + step;
         s.claimed = claimed;
     } else if (lastEnd >= 0 && s.ic->duration > 0 && s.ic->duration != AV_NOPTS_VALUE &&
-               lastEnd + std::max(0.5, 3 * step) < static_cast<double>(s.ic->duration) / AV_TIME_BASE) {
+               lastEnd + std::max(0.5, 3 * step) <
+                   static_cast<double>(s.ic->duration) / AV_TIME_BASE) {
         // The container's length, where every stream stops well before it.
         s.endsAt = lastEnd;
         s.claimed = static_cast<double>(s.ic->duration) / AV_TIME_BASE;

@@ -86,11 +86,10 @@ struct VideoWriter::State {
                 streams += std::string(i ? ", " : "") + avcodec_get_name(par->codec_id) + " " +
                            (kind ? kind : "data");
             }
-            throw std::runtime_error("cannot write " + settings.containerName + ": the " +
-                                     oc->oformat->name + " container refused " + streams + " (" +
-                                     avError(r) + "); .mkv holds them all" +
-                                     (oc->nb_streams > 1 ? ", or leave streams out with --no-audio"
-                                                         : ""));
+            throw std::runtime_error(
+                "cannot write " + settings.containerName + ": the " + oc->oformat->name +
+                " container refused " + streams + " (" + avError(r) + "); .mkv holds them all" +
+                (oc->nb_streams > 1 ? ", or leave streams out with --no-audio" : ""));
         }
         headerWritten = true;
     }
@@ -148,8 +147,8 @@ const AVCodec* pickEncoder(const VideoOutputSettings& settings, const AVOutputFo
     if (name == "mpeg" || name == "vob" || name == "dvd" || name == "mxf")
         return avcodec_find_encoder(AV_CODEC_ID_MPEG2VIDEO);
     // Pictures (image2) by their extension: .jpg, .tif, .bmp, out_%04d.png.
-    return avcodec_find_encoder(av_guess_codec(of, nullptr, settings.containerName.c_str(),
-                                               nullptr, AVMEDIA_TYPE_VIDEO));
+    return avcodec_find_encoder(
+        av_guess_codec(of, nullptr, settings.containerName.c_str(), nullptr, AVMEDIA_TYPE_VIDEO));
 }
 
 AVPixelFormat pickPixelFormat(const VideoOutputSettings& settings, const AVCodec* codec, bool y4m) {
@@ -239,8 +238,8 @@ void copyTags(AVDictionary** out, const AVDictionary* in) {
     if (av_dict_copy(out, in, 0) < 0) throw std::bad_alloc();
     for (const char* key :
          {"encoder", "DURATION", "NUMBER_OF_FRAMES", "NUMBER_OF_BYTES", "BPS", "_STATISTICS_TAGS",
-          "_STATISTICS_WRITING_APP", "_STATISTICS_WRITING_DATE_UTC", "major_brand",
-          "minor_version", "compatible_brands"}) {
+          "_STATISTICS_WRITING_APP", "_STATISTICS_WRITING_DATE_UTC", "major_brand", "minor_version",
+          "compatible_brands"}) {
         if (av_dict_set(out, key, nullptr, 0) < 0) throw std::bad_alloc();
     }
 }
@@ -294,7 +293,8 @@ VideoWriter::VideoWriter(const VideoOutputSettings& settings) : s_(std::make_uni
     // Interlaced sources stay interlaced, fields in the same order.
     const AVStream* sourceVideo =
         settings.sourceContainer && settings.sourceVideoStream >= 0 &&
-                settings.sourceVideoStream < static_cast<int32_t>(settings.sourceContainer->nb_streams)
+                settings.sourceVideoStream <
+                    static_cast<int32_t>(settings.sourceContainer->nb_streams)
             ? settings.sourceContainer->streams[settings.sourceVideoStream]
             : nullptr;
     const AVFieldOrder order = sourceVideo ? sourceVideo->codecpar->field_order : AV_FIELD_UNKNOWN;
@@ -361,8 +361,8 @@ VideoWriter::VideoWriter(const VideoOutputSettings& settings) : s_(std::make_uni
                   "29.97, 30, 50 or 60 per second; write .mp4 or .mkv)"
                 : "";
         throw UsageError(std::string("cannot encode ") + std::to_string(s.width) + "x" +
-                         std::to_string(s.height) + " " + av_get_pix_fmt_name(s.fmt) + " video at " +
-                         std::to_string(rate.num) + "/" + std::to_string(rate.den) +
+                         std::to_string(s.height) + " " + av_get_pix_fmt_name(s.fmt) +
+                         " video at " + std::to_string(rate.num) + "/" + std::to_string(rate.den) +
                          " frames per second with " + codec->name + ": " + avError(r) + why);
     }
     s.vst = avformat_new_stream(s.oc, nullptr);
