@@ -11,6 +11,7 @@
 // pixels comes out as a copy of the source).
 #include <algorithm>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "effects/effects.h"
@@ -28,12 +29,15 @@ namespace {
 // keeps pictures of more than INT32_MAX pixels out of the walk.
 struct FloodPlane {
     int32_t w, h;
-    std::vector<uint32_t> words;
-    std::vector<uint8_t> keys;
+    // The planes every pass writes in full before reading are left
+    // uninitialised; `ahead` starts zeroed, as the first jumps of a pass
+    // read (and drop) places not yet written.
+    std::unique_ptr<uint32_t[]> words;
+    std::unique_ptr<uint8_t[]> keys;
     std::vector<uint8_t> steps;
     std::vector<int32_t> ahead;
-    std::vector<int32_t> next;     // one row
-    std::vector<int32_t> pending;  // pixels still on their way, one sweep to the next
+    std::vector<int32_t> next;           // one row
+    std::unique_ptr<int32_t[]> pending;  // pixels still on their way, one sweep to the next
 };
 
 __attribute__((target_clones("avx2", "default"))) void keysOf(const uint32_t* words,
@@ -83,7 +87,7 @@ void jumpToDrains(FloodPlane& f) {
         ahead[count - w + x] = count - w + x;
     }
     for (int32_t i = w; i < count - w; i += w) {
-        stepsOfRow(f.keys.data(), w, i, f.steps.data(), f.next.data());
+        stepsOfRow(f.keys.get(), w, i, f.steps.data(), f.next.data());
         ahead[i] = i;
         ahead[i + w - 1] = i + w - 1;
         for (int32_t x = 1; x < w - 1; ++x) {
@@ -96,7 +100,7 @@ void jumpToDrains(FloodPlane& f) {
     }
     // One sweep up the picture; the pixels whose position is not yet a drain
     // are listed, and only they take the further sweeps.
-    int32_t* pending = f.pending.data();
+    int32_t* pending = f.pending.get();
     int32_t n = 0;
     for (int32_t p = count - w - 1; p >= w; --p) {
         const int32_t r = ahead[ahead[p]];
@@ -156,18 +160,18 @@ void renderFlood(const FrameContext* ctx, const ParameterBlock* block, uint32_t 
 
     FloodPlane f{width, height, {}, {}, {}, {}, {}, {}};
     const int32_t count = width * height;
-    f.words.resize(count);
-    f.keys.resize(count);
+    f.words.reset(new uint32_t[count]);
+    f.keys.reset(new uint8_t[count]);
     f.steps.resize(width);
     f.ahead.resize(count);
     f.next.resize(width);
-    f.pending.resize(count);
+    f.pending.reset(new int32_t[count]);
     for (int32_t y = 0; y < height; ++y) {
-        std::copy_n(src + y * pitch, width, f.words.data() + int64_t{y} * width);
+        std::copy_n(src + y * pitch, width, f.words.get() + int64_t{y} * width);
     }
 
     for (int32_t pass = 0; pass < passes; ++pass) {
-        keysOf(f.words.data(), f.keys.data(), count);
+        keysOf(f.words.get(), f.keys.get(), count);
         jumpToDrains(f);
 
         uint32_t changed = 0;
@@ -185,7 +189,7 @@ void renderFlood(const FrameContext* ctx, const ParameterBlock* block, uint32_t 
         // further pass would repeat it: the result is final.
         if (changed == 0 || pass == passes - 1) break;
         for (int32_t y = 1; y < height - 1; ++y) {
-            std::copy_n(dst + y * pitch + 1, width - 2, f.words.data() + y * width + 1);
+            std::copy_n(dst + y * pitch + 1, width - 2, f.words.get() + y * width + 1);
         }
     }
 }
