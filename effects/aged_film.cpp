@@ -16,24 +16,6 @@
 #include "pixel/numeric.h"
 #include "plugin/parameters.h"
 
-namespace {
-
-// Control points are kept within +-2^29: far outside any real picture, yet
-// small enough that the line walk below can jump to the picture's edge in
-// 64-bit arithmetic. A hair walks eight steps of at most its step S, so the
-// bound is reached only for S above 2^26 ("Average particle size" times the
-// width beyond about 4.8e10), or by points that crawl on for hundreds of
-// millions of calls without a regeneration tick; they stop there.
-constexpr double kPointLimit = 536870912.0;
-
-int32_t toPoint(double v) {
-    if (!(v >= -kPointLimit)) v = -kPointLimit;  // NaN cannot arise; kept safe anyway
-    if (v > kPointLimit) v = kPointLimit;
-    return truncToInt32(v);
-}
-
-}  // namespace
-
 namespace agedfilm {
 
 HairPoint hairTable[kHairRecords][kHairPoints];
@@ -59,16 +41,20 @@ int32_t regenerateHair(HairPoint* points, uint32_t* s, int32_t width, int32_t he
     // The first draw gives y, the second x.
     const uint32_t s1 = nextDraw(s);
     const uint32_t s2 = nextDraw(s);
-    points[0].x = toPoint(static_cast<double>(width) * static_cast<double>(unitDraw(s2)));
-    points[0].y = toPoint(static_cast<double>(height) * static_cast<double>(unitDraw(s1)));
+    points[0].x = truncToInt32(static_cast<double>(width) * static_cast<double>(unitDraw(s2)));
+    points[0].y = truncToInt32(static_cast<double>(height) * static_cast<double>(unitDraw(s1)));
     const double walk = static_cast<double>(unitDraw(nextDraw(s)));
     const int32_t step = truncToInt32(walk * static_cast<double>(S) + 1.0);
     const int32_t half = step >> 1;
+    // Each point is truncated to 32 bits like any other; a walk that leaves
+    // the 32-bit range lands on INT32_MIN and walks on from there.
     for (int k = 1; k < kHairPoints; ++k) {
         const uint32_t sa = nextDraw(s);
         const uint32_t sb = nextDraw(s);
-        points[k].x = toPoint(static_cast<double>(unitDraw(sb)) * step + points[k - 1].x - half);
-        points[k].y = toPoint(static_cast<double>(unitDraw(sa)) * step + points[k - 1].y - half);
+        points[k].x =
+            truncToInt32(static_cast<double>(unitDraw(sb)) * step + points[k - 1].x - half);
+        points[k].y =
+            truncToInt32(static_cast<double>(unitDraw(sa)) * step + points[k - 1].y - half);
     }
     return step;
 }
@@ -87,12 +73,31 @@ int64_t floorDiv(int64_t a, int64_t b) {
     return (a % b != 0 && a < 0) ? q - 1 : q;
 }
 
+// floor((e0 + f * b2) / a2) with its remainder, exact for 0 <= f < 2^40,
+// 0 <= b2 < 2^34, 0 < a2 < 2^34 and |e0| < 2^34, where f * b2 alone may need
+// 74 bits: f is split at 2^16, and the high part's product is reduced modulo
+// a2 before it is scaled back, so every intermediate stays below 2^58.
+struct QuotRem {
+    int64_t quot;
+    int64_t rem;  // 0 ... a2 - 1
+};
+
+QuotRem floorDivProduct(int64_t e0, int64_t f, int64_t b2, int64_t a2) {
+    const int64_t high = (f >> 16) * b2;
+    const int64_t highQuot = high / a2, highRem = high % a2;
+    const int64_t low = highRem * 65536 + (f & 0xFFFF) * b2 + e0;
+    const int64_t lowQuot = floorDiv(low, a2);
+    return {highQuot * 65536 + lowQuot, low - lowQuot * a2};
+}
+
 // The Bresenham walk of drawLine along its major axis (steps j = 0 ... n,
 // major coordinate m0 + j * sm), started at the first step whose major
 // coordinate lies in [0, extent) and stopped after the last: after j steps
 // the minor coordinate has moved floor((e0 + (j - 1) * minor2) / major2) + 1
-// times, where the error term starts at e0 = minor2 - major2 / 2. A line
-// thousands of times longer than the picture costs only the picture's size.
+// times, where the error term starts at e0 = minor2 - major2 / 2, and the
+// error term is what that division leaves plus minor2 - major2. End points
+// anywhere in the 32-bit range are exact; a line thousands of times longer
+// than the picture costs only the picture's size.
 template <typename Plot>
 void walkClipped(int64_t m0, int64_t n0, int64_t dm, int64_t dn, int64_t extent, Plot plot) {
     const int64_t sm = (dm > 0) - (dm < 0), sn = (dn > 0) - (dn < 0);
@@ -108,10 +113,15 @@ void walkClipped(int64_t m0, int64_t n0, int64_t dm, int64_t dn, int64_t extent,
     }
     if (first > last) return;
     const int64_t e0 = b2 - (a2 >> 1);
-    const int64_t moves = first == 0 ? 0 : floorDiv(e0 + (first - 1) * b2, a2) + 1;
+    int64_t moves = 0;
+    int64_t e = e0;
+    if (first > 0) {
+        const QuotRem d = floorDivProduct(e0, first - 1, b2, a2);
+        moves = d.quot + 1;
+        e = d.rem + b2 - a2;
+    }
     int64_t m = m0 + first * sm;
     int64_t n = n0 + moves * sn;
-    int64_t e = e0 + first * b2 - moves * a2;
     for (int64_t j = first; j <= last; ++j) {
         plot(m, n);
         if (e >= 0) {
@@ -237,10 +247,11 @@ void drawHair(const Target& t, const HairPoint* p, const CurveWeights& cw, uint3
     }
 }
 
-// Crawl moves a point by -1, 0 or +1 (-2 only for a zero draw).
+// Crawl moves a point by -1, 0 or +1 (-2 only for a zero draw), in 32-bit
+// arithmetic: a point at either end of the range wraps round to the other.
 int32_t crawl(int32_t v, uint32_t s) {
-    const double moved = static_cast<double>(unitDraw(s)) * 4.0 - 2.0;
-    return toPoint(static_cast<double>(v) + truncToInt32(moved));
+    const int32_t moved = truncToInt32(static_cast<double>(unitDraw(s)) * 4.0 - 2.0);
+    return static_cast<int32_t>(static_cast<uint32_t>(v) + static_cast<uint32_t>(moved));
 }
 
 // Moves each byte of `o` toward `c` by w/255 (w 0-255), rounding.

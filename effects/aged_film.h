@@ -35,7 +35,7 @@ int32_t byteDraw(uint32_t s);
 // the walk's step (1 ... S).
 int32_t regenerateHair(HairPoint* points, uint32_t* s, int32_t width, int32_t height, int64_t S);
 // The line of drawLine (both ends drawn, clipped to the picture), walked
-// only where it crosses the picture: end points up to 2^30 pixels apart.
+// only where it crosses the picture: end points anywhere in the 32-bit range.
 void drawHairLine(uint32_t* base, int32_t stride, int32_t width, int32_t height, int32_t x0,
                   int32_t y0, int32_t x1, int32_t y1, uint32_t colour);
 // Fresh scratch columns from the next three draws.

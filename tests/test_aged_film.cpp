@@ -15,6 +15,7 @@
 #include "pixel/block.h"
 #include "pixel/color.h"
 #include "pixel/fxmath.h"
+#include "pixel/numeric.h"
 #include "plugin/frame_context.h"
 #include "support.h"
 
@@ -169,6 +170,28 @@ TEST(AgedFilm, CrawlsBetweenTicksAndRegeneratesOnTheirTicks) {
     }
 }
 
+// The line of drawLine in closed form: j steps along the major axis move
+// the minor coordinate j * minor / major times, rounded half up (an unsigned
+// 64-bit product, exact for any 32-bit ends); only major positions inside
+// the picture are visited, so a line of any length costs the picture's size.
+void modelLine(Picture& p, int32_t x0, int32_t y0, int32_t x1, int32_t y1, uint32_t colour) {
+    const int64_t dx = int64_t{x1} - x0, dy = int64_t{y1} - y0;
+    const bool flat = std::llabs(dx) > std::llabs(dy);
+    const int64_t m0 = flat ? x0 : y0, n0 = flat ? y0 : x0, dm = flat ? dx : dy,
+                  dn = flat ? dy : dx;
+    const uint64_t major = std::llabs(dm), minor = std::llabs(dn);
+    for (int64_t c = 0; c < (flat ? p.width : p.height); ++c) {
+        const int64_t j = dm < 0 ? m0 - c : c - m0;
+        if (j < 0 || uint64_t(j) > major) continue;
+        const uint64_t product = uint64_t(j) * minor;
+        const uint64_t moved =
+            major == 0 ? 0 : product / major + (2 * (product % major) >= major ? 1 : 0);
+        const int64_t n = n0 + (dn < 0 ? -int64_t(moved) : int64_t(moved));
+        const int64_t x = flat ? c : n, y = flat ? n : c;
+        if (x >= 0 && x < p.width && y >= 0 && y < p.height) p.at(int32_t(x), int32_t(y)) = colour;
+    }
+}
+
 // The hair curve written out: binomial weights, single-precision t summed
 // from 0.02f, each Bernstein term's two products rounded to single
 // precision, the terms summed in double from the last down, the point
@@ -179,8 +202,8 @@ void drawModelHair(Picture& p, const af::HairPoint* pts, int32_t v) {
                             uint32_t(double(0.8f) * v) << 8 | uint32_t(double(0.6f) * v);
     float qx[9], qy[9];
     for (int i = 0, c = 1; i < 9; c = (8 - i) * c / (i + 1), ++i) {
-        qx[i] = static_cast<float>(pts[i].x * c);
-        qy[i] = static_cast<float>(pts[i].y * c);
+        qx[i] = static_cast<float>(int64_t{pts[i].x} * c);
+        qy[i] = static_cast<float>(int64_t{pts[i].y} * c);
     }
     float t = 0.0f, px = qx[0], py = qy[0];
     for (int m = 0; m < 50; ++m) {
@@ -192,10 +215,25 @@ void drawModelHair(Picture& p, const af::HairPoint* pts, int32_t v) {
             sy += static_cast<float>(static_cast<float>(qy[i] * a) * b);
         }
         const float nx = static_cast<float>(sx), ny = static_cast<float>(sy);
-        drawLine(p.data(), p.stride, p.width, p.height, int(px), int(py), int(nx), int(ny), colour);
+        modelLine(p, truncToInt32(px), truncToInt32(py), truncToInt32(nx), truncToInt32(ny),
+                  colour);
         px = nx;
         py = ny;
     }
+}
+
+// One hair's turn after any regeneration: its grey from the next draw, the
+// dark curve, the crawl of points 1 ... 8 by the next 16 draws (32-bit
+// additions, wrapping at the ends of the range), the light curve.
+void drawAndCrawlModelHair(Picture& p, af::HairPoint* pts, uint32_t* s) {
+    const int32_t g = af::byteDraw(af::nextDraw(s));
+    drawModelHair(p, pts, g);
+    for (int k = 1; k < 9; ++k) {
+        const uint32_t sa = af::nextDraw(s), sb = af::nextDraw(s);
+        pts[k].x = int32_t(uint32_t(pts[k].x) + uint32_t(int32_t(af::unitDraw(sb) * 4.0 - 2.0)));
+        pts[k].y = int32_t(uint32_t(pts[k].y) + uint32_t(int32_t(af::unitDraw(sa) * 4.0 - 2.0)));
+    }
+    drawModelHair(p, pts, g + 64);
 }
 
 // 500 hairs (100 particles at width 720) carried over from a set table at
@@ -211,25 +249,70 @@ TEST(AgedFilm, HairCurvesAndCrawlFromTheTable) {
     const Picture got = renderDirect(Picture(720, 576, 0, 0xFF000000u), 0.0117, 100.0);
     uint32_t s = static_cast<uint32_t>(static_cast<int32_t>(0.0117 * 10000.0));
     Picture want(720, 576, 0, 0xFF000000u);
-    for (size_t i = 0; i < set.size(); i += 9) {
-        const int32_t g = af::byteDraw(af::nextDraw(&s));
-        drawModelHair(want, &set[i], g);
-        for (size_t k = i + 1; k < i + 9; ++k) {
-            const uint32_t sa = af::nextDraw(&s), sb = af::nextDraw(&s);
-            set[k].x += static_cast<int>(af::unitDraw(sb) * 4.0 - 2.0);
-            set[k].y += static_cast<int>(af::unitDraw(sa) * 4.0 - 2.0);
-        }
-        drawModelHair(want, &set[i], g + 64);
-    }
+    for (size_t i = 0; i < set.size(); i += 9) drawAndCrawlModelHair(want, &set[i], &s);
     for (int x : {af::scratchTable[0], af::scratchTable[1], af::scratchTable[2]}) {
         for (int y = 0; y < 576; ++y) want.at(x, y) = got.at(x, y);
     }
     EXPECT_EQ(got.words, want.words);
 }
 
+// Through the entry at tick 5, where every hair is regenerated: steps so
+// large that the walk takes control points past +-2^29 and, for the largest
+// size, past the 32-bit range itself, where a point truncates to INT32_MIN
+// and a later crawl of -1 wraps it to INT32_MAX. The model regenerates,
+// draws and crawls each hair and leaves the scratch columns out.
+TEST(AgedFilm, HairsWithControlPointsAnywhereInTheirRange) {
+    const struct {
+        double count, size;
+        int32_t width, height;
+        bool pastRange;  // some point truncates to INT32_MIN
+    } cases[] = {{3, 1e9, 720, 100, false}, {4, 2147483647.0, 720, 60, true}};
+    for (const auto& c : cases) {
+        const Picture src(c.width, c.height, 0, 0xFF808080u);
+        const auto r = renderEffect("Aged Film", src,
+                                    {{"Number of dust particles", c.count},
+                                     {"Average particle size", c.size},
+                                     {"Sepia Intensity", 1.0}},
+                                    {.progress = 0.005});
+        Picture want(c.width, c.height, 0, 0xFF73664Cu);  // the tone map of grey 128
+        uint32_t s = 50;
+        const int64_t hairs = 5 * int64_t(c.count) * c.width / 720;
+        const int64_t S = int64_t(c.size) * c.width / 720;
+        int64_t farthest = 0;
+        for (int64_t i = 0; i < hairs; ++i) {
+            af::HairPoint p[9];
+            const uint32_t s1 = af::nextDraw(&s), s2 = af::nextDraw(&s);
+            p[0] = {int32_t(c.width * double(af::unitDraw(s2))),
+                    int32_t(c.height * double(af::unitDraw(s1)))};
+            const int32_t step = truncToInt32(af::unitDraw(af::nextDraw(&s)) * double(S) + 1.0);
+            for (int k = 1; k < 9; ++k) {
+                const uint32_t sa = af::nextDraw(&s), sb = af::nextDraw(&s);
+                p[k] = {truncToInt32(af::unitDraw(sb) * double(step) + p[k - 1].x - (step >> 1)),
+                        truncToInt32(af::unitDraw(sa) * double(step) + p[k - 1].y - (step >> 1))};
+                farthest =
+                    std::max({farthest, int64_t{std::llabs(p[k].x)}, int64_t{std::llabs(p[k].y)}});
+            }
+            drawAndCrawlModelHair(want, p, &s);
+        }
+        EXPECT_GT(farthest, int64_t{1} << 29) << c.size;
+        EXPECT_EQ(farthest == int64_t{1} << 31, c.pastRange) << c.size;
+        int32_t column[3];
+        for (int32_t& x : column) x = int32_t(af::unitDraw(af::nextDraw(&s)) * (c.width - 1));
+        for (int32_t& x : column) {
+            x = std::clamp(int32_t(af::unitDraw(af::nextDraw(&s)) * 11.0 - 5.0 + x), 0,
+                           c.width - 1);
+            for (int32_t y = 0; y < c.height; ++y) want.at(x, y) = r.target.at(x, y);
+            for (int32_t y = 2; y < c.height; ++y) af::nextDraw(&s);
+        }
+        EXPECT_EQ(r.target.words, want.words) << c.size;
+    }
+}
+
 // The hair line walks only the steps inside the picture, yet plots exactly
 // the points of the full line: lines far longer than the picture, from and
-// to every side, steep and flat, clipped at each edge.
+// to every side, steep and flat, clipped at each edge. The closed-form line
+// agrees with drawLine there, and with the hair line for ends at the far
+// corners of the 32-bit range, where the walk starts 2^31 steps in.
 TEST(AgedFilm, HairLineIsTheClippedLine) {
     uint32_t s = 12345;
     auto coord = [&s](int32_t span) {
@@ -238,11 +321,32 @@ TEST(AgedFilm, HairLineIsTheClippedLine) {
     for (const int32_t span : {30, 200, 5000, 100000}) {
         for (int i = 0; i < 200; ++i) {
             const int32_t x0 = coord(span), y0 = coord(span), x1 = coord(span), y1 = coord(span);
-            Picture want(41, 29, 48 * 4, kFill), got(41, 29, 48 * 4, kFill);
+            Picture want(41, 29, 48 * 4, kFill), got(41, 29, 48 * 4, kFill), model = want;
             drawLine(want.data(), want.stride, 41, 29, x0, y0, x1, y1, 0xFF123456u);
             af::drawHairLine(got.data(), got.stride, 41, 29, x0, y0, x1, y1, 0xFF123456u);
+            modelLine(model, x0, y0, x1, y1, 0xFF123456u);
             ASSERT_EQ(got.words, want.words) << x0 << "," << y0 << " " << x1 << "," << y1;
+            ASSERT_EQ(model.words, want.words) << x0 << "," << y0 << " " << x1 << "," << y1;
         }
+    }
+    constexpr int32_t lo = INT32_MIN, hi = INT32_MAX;
+    const int32_t ends[][4] = {
+        {lo, lo, hi, hi},                  // the whole diagonal
+        {lo + 40, hi, hi, lo + 40},        // the other diagonal, through x + y = 39
+        {lo, 10, hi, 20},                  // flat, left to right
+        {hi, 3, lo, 25},                   // flat, right to left
+        {20, lo, 7, hi},                   // steep, downwards
+        {lo, lo / 3, hi, hi / 3},          // slope 1/3 through the middle of the range
+        {lo / 3 + 7, hi, hi / 3 + 7, lo},  // slope -3, upwards
+        {lo, 0, 30, 28},                   // from the far left into the picture
+        {35, 2, hi, lo / 2},               // from the picture to the far right
+    };
+    for (const auto& e : ends) {
+        Picture got(41, 29, 48 * 4, kFill), model = got;
+        af::drawHairLine(got.data(), got.stride, 41, 29, e[0], e[1], e[2], e[3], 0xFF123456u);
+        modelLine(model, e[0], e[1], e[2], e[3], 0xFF123456u);
+        EXPECT_EQ(got.words, model.words) << e[0] << "," << e[1] << " " << e[2] << "," << e[3];
+        EXPECT_GT(std::count(model.words.begin(), model.words.end(), 0xFF123456u), 1) << e[0];
     }
 }
 
