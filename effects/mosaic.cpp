@@ -124,7 +124,8 @@ __attribute__((target_clones("avx2", "default"))) void lowerColumnBest(
 // even N the last column x + h is also the first of the next anchor's and
 // is searched for anchor i on its own. Columns and rows outside the
 // picture read as key 0, never brighter than an anchor: they are left out.
-void searchRow(const Grid& g, int32_t ay, int32_t i0, int32_t i1, Patch* patches, uint8_t* keys) {
+void searchRow(const Grid& g, int32_t ay, int32_t i0, int32_t i1, const uint8_t* offset,
+               Patch* patches, uint8_t* keys) {
     const int32_t y = ay * g.n;
     const int32_t n = g.n, h = g.h;
     const int32_t side = 2 * h + 1;
@@ -149,11 +150,6 @@ void searchRow(const Grid& g, int32_t ay, int32_t i0, int32_t i1, Patch* patches
         const int32_t to = std::min((i0 + i) * n - h + n, x1);
         const int16_t a = static_cast<int16_t>(i < count ? anchorKey[i] + 1 : 256);
         for (int32_t x = from; x < to; ++x) above[x - x0] = a;
-    }
-    // The offsets repeat 0 ... N - 1 from the first anchor's first column.
-    uint8_t offset[kMaxSpan];
-    for (int32_t x = x0, j = x0 - (i0 * n - h); x < x1; ++x, j = j + 1 == n ? 0 : j + 1) {
-        offset[x - x0] = static_cast<uint8_t>(j);
     }
     std::fill_n(best, span, uint16_t{0xFFFF});
     for (int32_t dy = -h; dy <= h; ++dy) {
@@ -231,14 +227,22 @@ void paintReaching(const Patch* const* reaching, int32_t m, int32_t x0, int32_t 
         const __m128i loV = _mm_set1_epi32(static_cast<int32_t>(lo));
         const __m128i changeV = _mm_set1_epi32(static_cast<int32_t>(change));
         const __m128i zero = _mm_setzero_si128();
-        for (; px + 4 <= to; px += 4) {
+        auto paintFour = [&](int32_t at) {
             int32_t four;
-            std::memcpy(&four, rowKey + px, 4);
+            std::memcpy(&four, rowKey + at, 4);
             const __m128i bytes = _mm_cvtsi32_si128(four);
             const __m128i words = _mm_unpacklo_epi16(_mm_unpacklo_epi8(bytes, zero), zero);
             const __m128i brighter = _mm_cmpgt_epi32(words, keyV);
             const __m128i v = _mm_xor_si128(loV, _mm_and_si128(changeV, brighter));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + px), v);
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + at), v);
+        };
+        if (to - from >= 4) {
+            for (; px + 4 < to; px += 4) paintFour(px);
+            // The last four end the segment, overlapping words already
+            // painted with the same values where the length is not a
+            // multiple of four.
+            paintFour(to - 4);
+            px = to;
         }
 #endif
         for (; px < to; ++px) {
@@ -288,6 +292,17 @@ void paintColumns(const Grid& g, int32_t c0, int32_t c1, int32_t rowsKept, Patch
     int32_t spread = -1;
     uint8_t spreadKey[kMaxSpan];
     uint32_t spreadLow[kMaxSpan], spreadChange[kMaxSpan];
+    // Each search column's offset in its anchor's search row: 0 ... N - 1
+    // repeating from the first anchor's first column, the same in every
+    // anchor row.
+    uint8_t offset[kMaxSpan];
+    {
+        const int32_t x0 = std::max(i0 * n - h, 0);
+        const int32_t x1 = std::min(i1 * n + h + 1, g.width);
+        for (int32_t x = x0, j = x0 - (i0 * n - h); x < x1; ++x, j = j + 1 == n ? 0 : j + 1) {
+            offset[x - x0] = static_cast<uint8_t>(j);
+        }
+    }
     int32_t searched = -1;  // the last anchor row searched
     for (int32_t py = 0; py < g.height; ++py) {
         // The anchor rows whose patches can reach row py.
@@ -296,7 +311,7 @@ void paintColumns(const Grid& g, int32_t c0, int32_t c1, int32_t rowsKept, Patch
         while (searched < a1) {
             ++searched;
             Patch* row = patches + (searched % rowsKept) * count;
-            searchRow(g, searched, i0, i1, row, keys);
+            searchRow(g, searched, i0, i1, offset, row, keys);
             int32_t lowest = row[0].top, highest = row[0].top;
             bool gapless = true;
             for (int32_t i = 0; i < count; ++i) {
