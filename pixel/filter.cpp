@@ -305,21 +305,27 @@ __attribute__((always_inline)) inline void uniformRow(const uint8_t* padded, int
     }
 }
 
-// The passes over the rows: the line with its edge pixels repeated, then
-// chunk by chunk.
+// The passes over the rows, chunk by chunk: a chunk with Reach pixels of the
+// row on both sides is read where it is; a chunk at either end of the row
+// is copied with its edge pixel repeated.
 template <int Reach>
 __attribute__((always_inline)) inline void rowsOfReach(const uint32_t* src, uint32_t* inter,
                                                        ptrdiff_t pitch, int32_t width,
-                                                       int32_t height, const UniformKernel& k,
-                                                       uint32_t* line) {
+                                                       int32_t height, const UniformKernel& k) {
+    uint32_t edge[kUniformChunk + 2 * Reach];
     for (int32_t y = 0; y < height; ++y) {
         const uint32_t* in = src + y * pitch;
-        std::fill_n(line, Reach, in[0]);
-        std::copy_n(in, width, line + Reach);
-        std::fill_n(line + Reach + width, Reach, in[width - 1]);
         for (int32_t x = 0; x < width; x += kUniformChunk) {
-            uniformRow<Reach>(reinterpret_cast<const uint8_t*>(line + x),
-                              std::min(kUniformChunk, width - x), k,
+            const int32_t n = std::min(kUniformChunk, width - x);
+            const uint32_t* padded = edge;
+            if (x >= Reach && x + n + Reach <= width) {
+                padded = in + (x - Reach);
+            } else {
+                for (int32_t j = 0; j < n + 2 * Reach; ++j) {
+                    edge[j] = in[std::clamp(x - Reach + j, 0, width - 1)];
+                }
+            }
+            uniformRow<Reach>(reinterpret_cast<const uint8_t*>(padded), n, k,
                               reinterpret_cast<uint8_t*>(inter + y * pitch + x));
         }
     }
@@ -329,17 +335,17 @@ __attribute__((always_inline)) inline void rowsOfReach(const uint32_t* src, uint
 // cannot be cloned by every compiler).
 __attribute__((target_clones("avx2", "default"))) void uniformRows(
     const uint32_t* src, uint32_t* inter, ptrdiff_t pitch, int32_t width, int32_t height,
-    const UniformKernel& k, uint32_t* line) {
+    const UniformKernel& k) {
     switch (k.reach) {
-        case 0: rowsOfReach<0>(src, inter, pitch, width, height, k, line); break;
-        case 1: rowsOfReach<1>(src, inter, pitch, width, height, k, line); break;
-        case 2: rowsOfReach<2>(src, inter, pitch, width, height, k, line); break;
-        case 3: rowsOfReach<3>(src, inter, pitch, width, height, k, line); break;
-        case 4: rowsOfReach<4>(src, inter, pitch, width, height, k, line); break;
-        case 5: rowsOfReach<5>(src, inter, pitch, width, height, k, line); break;
-        case 6: rowsOfReach<6>(src, inter, pitch, width, height, k, line); break;
-        case 7: rowsOfReach<7>(src, inter, pitch, width, height, k, line); break;
-        default: rowsOfReach<8>(src, inter, pitch, width, height, k, line); break;
+        case 0: rowsOfReach<0>(src, inter, pitch, width, height, k); break;
+        case 1: rowsOfReach<1>(src, inter, pitch, width, height, k); break;
+        case 2: rowsOfReach<2>(src, inter, pitch, width, height, k); break;
+        case 3: rowsOfReach<3>(src, inter, pitch, width, height, k); break;
+        case 4: rowsOfReach<4>(src, inter, pitch, width, height, k); break;
+        case 5: rowsOfReach<5>(src, inter, pitch, width, height, k); break;
+        case 6: rowsOfReach<6>(src, inter, pitch, width, height, k); break;
+        case 7: rowsOfReach<7>(src, inter, pitch, width, height, k); break;
+        default: rowsOfReach<8>(src, inter, pitch, width, height, k); break;
     }
 }
 
@@ -394,31 +400,24 @@ __attribute__((target_clones("avx2", "default"))) void uniformColumns(
     }
 }
 
-// Both passes of a uniform kernel; false when the working row cannot be
-// allocated.
+// Both passes of a uniform kernel; false when the ring of the column pass
+// cannot be allocated.
 bool uniformPicture(const uint32_t* src, uint32_t* inter, uint32_t* dst, ptrdiff_t pitch,
                     int32_t width, int32_t height, const UniformKernel& k) {
-    const size_t padded = static_cast<size_t>(width) + 2 * static_cast<size_t>(k.reach);
     // Column bands as wide as the picture up to kWidestBand pixels: whole
     // rows are read one after another, and the ring of one band stays in
     // the second-level cache.
     const int32_t band = std::min(kWidestBand, width);
     const size_t ringEntries = static_cast<size_t>(2 * k.reach + 2) * 4 * band;
-    auto* line = static_cast<uint32_t*>(std::malloc(padded * 4));
     auto* ring = static_cast<int16_t*>(std::malloc(ringEntries * 2));
-    if (!line || !ring) {
-        std::free(line);
-        std::free(ring);
-        return false;
-    }
-    uniformRows(src, inter, pitch, width, height, k, line);
+    if (!ring) return false;
+    uniformRows(src, inter, pitch, width, height, k);
     int16_t* window = ring + static_cast<size_t>(2 * k.reach + 1) * 4 * band;
     for (int32_t x = 0; x < width; x += band) {
         uniformColumns(reinterpret_cast<const uint8_t*>(inter + x),
                        reinterpret_cast<uint8_t*>(dst + x), pitch * 4, height,
                        4 * std::min(band, width - x), k, ring, window);
     }
-    std::free(line);
     std::free(ring);
     return true;
 }
