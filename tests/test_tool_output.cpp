@@ -337,31 +337,52 @@ TEST_F(ToolOutput, ExistingOutputIsReplacedOnlyWhenAllowed) {
 }
 
 // SIGINT, SIGTERM and SIGHUP part way through a video, or through the search
-// for a still's frame, end the run with 130 and leave no file behind.
+// for a still's frame, end the run with 130 and leave no file behind; so
+// does a signal while the encoding thread is stuck writing to a pipe nobody
+// reads (the signal lands on another thread). A run still alive 10 s after
+// the signal is killed and fails.
 TEST_F(ToolOutput, SignalsLeaveNoPartialFile) {
     const std::string video = "render|Lantern|--size|32x18|--duration|3000|-o|long.mkv";
     const std::string still = "render|Lantern|--size|32x18|--duration|3000|--progress|1|-o|s.png";
+    const std::string piped = "render|Lantern|--size|320x180|--duration|3000|-o|-";
     // Waits for the temporary file (or a moment, for the still) before the signal.
     const std::string waitPart =
         "i=0; while ! ls .long.mkv.*.part >/dev/null 2>&1 && [ $i -lt 600 ]; do sleep 0.05; "
         "i=$((i+1)); done";
+    const std::string stuckReader = "mkfifo p; sleep 30 <p & reader=$!; ";
     const struct {
         const char *signal, *args;
-        std::string wait;
+        std::string wait, before = "", output = "";
     } cases[] = {
         {"INT", video.c_str(), waitPart},
         {"TERM", video.c_str(), waitPart},
         {"HUP", video.c_str(), waitPart},
         {"INT", still.c_str(), "sleep 0.5"},
+        {"INT", piped.c_str(), "sleep 1", stuckReader, " >p"},
+        {"TERM", piped.c_str(), "sleep 1", stuckReader, " >p"},
     };
     for (const auto& c : cases) {
-        const Outcome r = shell(tool(c.args) + " & pid=$!; " + c.wait + "; kill -" + c.signal +
-                                " $pid; wait $pid; echo status $?");
+        const Outcome r = shell(
+            c.before + tool(c.args) + c.output + " & pid=$!; " + c.wait + "; kill -" + c.signal +
+            " $pid; i=0; while kill -0 $pid 2>/dev/null && [ $i -lt 200 ]; do sleep 0.05; "
+            "i=$((i+1)); done; kill -KILL $pid 2>/dev/null; wait $pid; echo status $?; "
+            "[ -z \"$reader\" ] || kill $reader; rm -f p");
         EXPECT_EQ(r.out, "status 130\n") << c.signal << " " << c.args << "\n" << r.err;
         EXPECT_NE(r.err.find("interrupted; nothing written"), std::string::npos) << r.err;
         EXPECT_FALSE(fs::exists(path("long.mkv")) || fs::exists(path("s.png"))) << c.signal;
         EXPECT_EQ(hidden(), std::vector<std::string>{}) << c.signal;
     }
+}
+
+// A write that fails part way (a full disk) ends the run with the writer's
+// message although the encoding thread met it, not with success or a hang
+// (a run still alive after 20 s is killed and fails).
+TEST_F(ToolOutput, WriteErrorEndsTheRun) {
+    const Outcome r =
+        shell("timeout -s KILL 20 " + tool("render|Lantern|--size|320x180|--duration|60|-o|-") +
+              " >/dev/full");
+    EXPECT_EQ(r.status, 1) << r.err;
+    EXPECT_NE(r.err.find("cannot write -: No space left on device"), std::string::npos) << r.err;
 }
 
 }  // namespace

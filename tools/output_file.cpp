@@ -38,6 +38,12 @@ extern "C" void onInterrupt(int) {
     gInterrupted = 1;
 }
 
+// Sent to one thread of ours to end its blocking call; ignored by default,
+// so a process that never installed the handler is not hurt by it.
+constexpr int kWakeSignal = SIGURG;
+volatile std::sig_atomic_t gWakeInstalled = 0;
+extern "C" void onWake(int) {}
+
 void registerPart(const std::string& path) {
     gPartSet = 0;
     if (path.size() >= sizeof gPartPath) return;
@@ -182,6 +188,17 @@ void installInterruptHandlers() {
     sigemptyset(&action.sa_mask);
     action.sa_flags = 0;  // no SA_RESTART: blocking reads and writes return EINTR
     for (int sig : {SIGINT, SIGTERM, SIGHUP}) sigaction(sig, &action, nullptr);
+    // The wake-up call does nothing but end the call it lands in.
+    struct sigaction wake {};
+    wake.sa_handler = onWake;
+    sigemptyset(&wake.sa_mask);
+    wake.sa_flags = 0;
+    if (sigaction(kWakeSignal, &wake, nullptr) == 0) gWakeInstalled = 1;
+}
+
+void wakeAfterInterrupt(pthread_t thread) {
+    // Without the handler the signal would be ignored anyway (its default).
+    if (gWakeInstalled && interrupted()) pthread_kill(thread, kWakeSignal);
 }
 
 bool interrupted() {

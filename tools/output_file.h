@@ -3,6 +3,8 @@
 // half-written file under the name the user asked for.
 #pragma once
 
+#include <pthread.h>
+
 #include <string>
 
 namespace reelfx::tool {
@@ -50,6 +52,10 @@ void confirmOverwrite(const std::string& path);
 // away, for a run stuck in a long call.
 void installInterruptHandlers();
 bool interrupted();
+// After a signal, ends a blocking read or write of `thread` (one of ours)
+// with EINTR, so that it sees the signal too: the signal itself may have
+// been taken by another thread.
+void wakeAfterInterrupt(pthread_t thread);
 // Thrown by the frame loops when interrupted() turns true.
 struct Interrupted {};
 void throwIfInterrupted();

@@ -14,6 +14,7 @@
 #include <stdexcept>
 
 #include "tools/decode_ahead.h"
+#include "tools/encode_behind.h"
 #include "tools/image_io.h"
 #include "tools/input_source.h"
 #include "tools/output_file.h"
@@ -61,19 +62,23 @@ struct Renderer {
     Picture target;  // kept from frame to frame, cleared before each render
 
     const Picture& render(const Picture& source, double progress) {
+        renderInto(source, progress, target);
+        return target;
+    }
+    // Into `out`, whose buffer is used again when its shape fits.
+    void renderInto(const Picture& source, double progress, Picture& out) {
         for (const ParameterSetting& s : settings)
             instance.setParameter(s.slot, valueAt(s, progress));
         RenderOptions o = base;
         o.progress = progress;
-        if (target.width != source.width || target.height != source.height ||
-            target.stride != source.stride) {
-            target = Picture(source.width, source.height, source.stride);
+        if (out.width != source.width || out.height != source.height ||
+            out.stride != source.stride || out.words.size() != source.words.size()) {
+            out = Picture(source.width, source.height, source.stride);
         } else {
-            std::fill(target.words.begin(), target.words.end(), 0u);
+            std::fill(out.words.begin(), out.words.end(), 0u);
         }
-        if (instance.render(&source, target, o) != 0)
+        if (instance.render(&source, out, o) != 0)
             throw std::runtime_error("the module refused to render");
-        return target;
     }
 };
 
@@ -194,9 +199,12 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
         }
     }
     for (const std::string& notice : writer.notices()) say(rq.quiet, notice);
+    // From here on the writer belongs to the encoding thread: pictures and
+    // copied packets go to it in file order.
+    EncodeBehind encoder(writer);
     const PacketSink audioSink = [&](AVPacket* packet, const AVStream* st) {
         const auto it = copied.find(streamIndex(st));
-        if (it != copied.end()) writer.writePacket(packet, st, it->second);
+        if (it != copied.end()) encoder.packet(packet, st, it->second);
     };
 
     ProgressBar bar(src.streamed() ? 0 : static_cast<int64_t>(src.times.size()),
@@ -222,9 +230,14 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
                 n > 1 ? std::min(1.0, static_cast<double>(inSpan) / static_cast<double>(n - 1))
                       : 0.0;
             ++inSpan;
-            writer.writeFrame(r.render(frame.picture, progress), frame.pts);
+            Picture rendered = encoder.spare();
+            r.renderInto(frame.picture, progress, rendered);
+            encoder.frame(std::move(rendered), frame.pts);
         } else {
-            writer.writeFrame(frame.picture, frame.pts);
+            // Passed on as it is; the decoder gets a used picture back.
+            Picture passed = encoder.spare();
+            std::swap(passed, frame.picture);
+            encoder.frame(std::move(passed), frame.pts);
         }
         bar.update(++done);
     }
@@ -235,7 +248,7 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
         throw std::runtime_error(src.name + ": no frame could be decoded" +
                                  (damage.empty() ? std::string() : " (" + damage + ")"));
     }
-    writer.finish();
+    encoder.finish();
     out.commit();
     bar.finish();
     say(rq.quiet,
