@@ -24,22 +24,24 @@ constexpr double kPi = 3.141592653589793;
 constexpr double kHalfPi = 1.5707963267948966;
 constexpr double kTwoPi = 6.283185307179586;
 
-// Steps from the colour's offset from grey to the turned offset: into the
-// plane perpendicular to the grey axis, turned by the angle whose cosine
-// and sine are given, and back. Returns the turned offsets of blue, green
-// and red before they are truncated.
-void turnOffsets(double red, double green, double blue, double cosTheta, double sinTheta,
-                 double out[3]) {
-    const double m = (red + green + blue) * kThird;
+// The colour's offset from grey (m is the mean of R, G and B) in the
+// orthonormal frame of the plane perpendicular to the grey axis.
+struct PlanePoint {
+    double x, y;
+};
+
+inline PlanePoint intoPlane(double red, double green, double blue, double m) {
     const double b = blue - m;
     const double g = green - m;
     const double r = red - m;
     const double u = (b - g) * kC2;
     const double v = ((b + g) - (r + r)) * kC6;
-    const double x = (u + v) * kC2;
-    const double y = (v - u) * kC2;
-    const double x2 = (x * cosTheta) - (y * sinTheta);
-    const double y2 = (x * sinTheta) + (y * cosTheta);
+    return {(u + v) * kC2, (v - u) * kC2};
+}
+
+// A turned point of the plane back to the offsets of blue, green and red
+// from grey, before they are truncated.
+inline void outOfPlane(double x2, double y2, double out[3]) {
     const double u2 = (x2 - y2) * kC2;
     const double v2 = (y2 + x2) * kC2;
     const double a = u2 * kC2;
@@ -47,6 +49,14 @@ void turnOffsets(double red, double green, double blue, double cosTheta, double 
     out[0] = w + a;
     out[1] = w - a;
     out[2] = v2 * kK;
+}
+
+// The colour's offset from grey turned by the angle whose cosine and sine
+// are given: the turned offsets of blue, green and red.
+void turnOffsets(double red, double green, double blue, double cosTheta, double sinTheta,
+                 double out[3]) {
+    const PlanePoint p = intoPlane(red, green, blue, (red + green + blue) * kThird);
+    outOfPlane((p.x * cosTheta) - (p.y * sinTheta), (p.x * sinTheta) + (p.y * cosTheta), out);
 }
 
 // Angles up to 2^30 are reduced exactly by fxSin and fxCos, and adding the
@@ -64,13 +74,7 @@ uint32_t polarTurn(uint32_t p, double theta) {
     const int32_t green = static_cast<int32_t>((p >> 8) & 0xFF);
     const int32_t blue = static_cast<int32_t>(p & 0xFF);
     const double m = static_cast<double>(red + green + blue) * kThird;
-    const double b = blue - m;
-    const double g = green - m;
-    const double r = red - m;
-    const double u = (b - g) * kC2;
-    const double v = ((b + g) - (r + r)) * kC6;
-    const double x = (u + v) * kC2;
-    const double y = (v - u) * kC2;
+    const auto [x, y] = intoPlane(red, green, blue, m);
     const double rho = std::sqrt((y * y) + (x * x));
     double phi;
     if (x != 0.0) {
@@ -80,15 +84,11 @@ uint32_t polarTurn(uint32_t p, double theta) {
     }
     if (x < 0.0) phi = phi + kPi;
     phi = phi + theta;
-    const double x2 = fxCos(phi) * rho;
-    const double y2 = fxSin(phi) * rho;
-    const double u2 = (x2 - y2) * kC2;
-    const double v2 = (y2 + x2) * kC2;
-    const double a = u2 * kC2;
-    const double w = v2 * kC6;
-    const int32_t b1 = clampByte(truncToInt32(truncToInt32(w + a) + m));
-    const int32_t g1 = clampByte(truncToInt32(truncToInt32(w - a) + m));
-    const int32_t r1 = clampByte(truncToInt32(truncToInt32(v2 * kK) + m));
+    double turned[3];
+    outOfPlane(fxCos(phi) * rho, fxSin(phi) * rho, turned);
+    const int32_t b1 = clampByte(truncToInt32(truncToInt32(turned[0]) + m));
+    const int32_t g1 = clampByte(truncToInt32(truncToInt32(turned[1]) + m));
+    const int32_t r1 = clampByte(truncToInt32(truncToInt32(turned[2]) + m));
     return (p & 0xFF000000u) | (static_cast<uint32_t>(r1) << 16) |
            (static_cast<uint32_t>(g1) << 8) | static_cast<uint32_t>(b1);
 }
