@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "support.h"
+#include "tool_support.h"
 #include "tools/image_io.h"
 #include "tools/params.h"
 #include "tools/test_clip.h"
@@ -19,30 +20,10 @@ namespace {
 
 namespace fs = std::filesystem;
 using test::module;
-
-std::string quote(const std::string& s) {
-    std::string out = "'";
-    for (char c : s) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return out + "'";
-}
-
-std::string slurp(const fs::path& p) {
-    std::ifstream f(p, std::ios::binary);
-    std::stringstream ss;
-    ss << f.rdbuf();
-    return ss.str();
-}
-
-std::string tool(const std::vector<std::string>& args) {
-    std::string line = quote(REELFX_TOOL_PATH);
-    for (const std::string& a : args) line += " " + quote(a);
-    return line;
-}
-
-struct Outcome {
-    int status = -1;
-    std::string out, err;
-};
+using tooltest::Outcome;
+using tooltest::quote;
+using tooltest::slurp;
+using tooltest::tool;
 
 // Each output frame equals the module's rendering of the matching input
 // through the host at progress k / (n - 1), passed through `post`; `setup`
@@ -70,36 +51,11 @@ Picture opaque(const Picture& p) {
     return q;
 }
 
-class ToolCli : public ::testing::Test {
+class ToolCli : public tooltest::ToolFolder {
 protected:
-    void SetUp() override {
-        std::string pattern = (fs::temp_directory_path() / "reelfx-cli-XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        dir_ = pattern;
-    }
-    void TearDown() override { fs::remove_all(dir_); }
-    fs::path path(const std::string& name) const { return dir_ / name; }
+    ToolCli() { keepStdin_ = true; }
 
-    Outcome shell(const std::string& line) const {
-        const std::string cmd =
-            "cd " + quote(dir_.string()) + " && { " + line + " ; } >.out 2>.err";
-        const int raw = std::system(cmd.c_str());
-        Outcome r{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(path(".out")), slurp(path(".err"))};
-        fs::remove(path(".out"));
-        fs::remove(path(".err"));
-        return r;
-    }
     Outcome reelfx(const std::vector<std::string>& args) const { return shell(tool(args)); }
-    void ffmpeg(const std::string& args) const {
-        const Outcome r = shell("ffmpeg -nostdin -v error -y " + args);
-        ASSERT_EQ(r.status, 0) << "ffmpeg " << args << "\n" << r.err;
-    }
-    std::string probe(const std::string& file, const std::string& entries) const {
-        return shell("ffprobe -v error -select_streams v -show_entries " + entries +
-                     " -of csv=p=0 " + quote(file))
-            .out;
-    }
-
     // Every frame of `file` decoded by FFmpeg: bgra as ARGB words, yuv444p or
     // yuva444p planes packed into AYUV words (alpha 255 without a plane).
     std::vector<Picture> frames(const std::string& file, const std::string& pixFmt, int32_t w,
@@ -131,8 +87,6 @@ protected:
         }
         return ::testing::AssertionSuccess();
     }
-
-    fs::path dir_;
 };
 
 // Clip frames load fonts; their caches are released before exit as the

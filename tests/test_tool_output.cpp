@@ -11,48 +11,17 @@
 #include <fstream>
 #include <sstream>
 
+#include "tool_support.h"
+
 namespace {
 
 namespace fs = std::filesystem;
+using reelfx::tooltest::Outcome;
+using reelfx::tooltest::quote;
+using reelfx::tooltest::slurp;
 
-std::string quote(const std::string& s) {
-    std::string out = "'";
-    for (char c : s) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return out + "'";
-}
-
-std::string slurp(const fs::path& p) {
-    std::ifstream f(p, std::ios::binary);
-    std::stringstream ss;
-    ss << f.rdbuf();
-    return ss.str();
-}
-
-struct Outcome {
-    int status = -1;
-    std::string out, err;
-};
-
-class ToolOutput : public ::testing::Test {
+class ToolOutput : public reelfx::tooltest::ToolFolder {
 protected:
-    void SetUp() override {
-        std::string pattern = (fs::temp_directory_path() / "reelfx-out-XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        dir_ = pattern;
-    }
-    void TearDown() override { fs::remove_all(dir_); }
-    fs::path path(const std::string& name) const { return dir_ / name; }
-
-    // `line` run by sh in the test's folder, standard input from /dev/null.
-    Outcome shell(const std::string& line) const {
-        const std::string cmd =
-            "cd " + quote(dir_.string()) + " && { " + line + " ; } </dev/null >.out 2>.err";
-        const int raw = std::system(cmd.c_str());
-        Outcome r{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(path(".out")), slurp(path(".err"))};
-        fs::remove(path(".out"));
-        fs::remove(path(".err"));
-        return r;
-    }
     // The reelfx command line for `args`, separated by '|'.
     static std::string tool(const std::string& args) {
         std::string line = quote(REELFX_TOOL_PATH);
@@ -61,17 +30,6 @@ protected:
         return line;
     }
     Outcome reelfx(const std::string& args) const { return shell(tool(args)); }
-    void ffmpeg(const std::string& args) const {
-        const Outcome r = shell("ffmpeg -nostdin -v error -y " + args);
-        ASSERT_EQ(r.status, 0) << "ffmpeg " << args << "\n" << r.err;
-    }
-    // ffprobe's values of `entries` (csv, no keys).
-    std::string probe(const std::string& file, const std::string& entries,
-                      const std::string& select = "v") const {
-        return shell("ffprobe -v error -select_streams " + select + " -show_entries " + entries +
-                     " -of csv=p=0 " + quote(file))
-            .out;
-    }
     // Files in the folder whose names start with a dot (temporary files).
     std::vector<std::string> hidden() const {
         std::vector<std::string> out;
@@ -81,8 +39,6 @@ protected:
         }
         return out;
     }
-
-    fs::path dir_;
 };
 
 // Every stream a container takes is copied, with the tags and the rotation;
