@@ -148,9 +148,8 @@ inline uint32_t turnPixel(uint32_t p, const Turn& t) {
     return Ayuv ? argbToAyuvInline(out) : out;
 }
 
-__attribute__((target_clones("avx2", "default"))) void turnRow(uint32_t* out, const uint32_t* in,
-                                                                int32_t width, const Turn& t,
-                                                                bool ayuv) {
+__attribute__((target_clones("arch=x86-64-v4", "avx2", "default"))) void turnRow(
+    uint32_t* out, const uint32_t* in, int32_t width, const Turn& t, bool ayuv) {
     const Turn turn = t;
     if (ayuv) {
         for (int32_t x = 0; x < width; ++x) out[x] = turnPixel<true>(in[x], turn);
