@@ -53,7 +53,7 @@ inline uint32_t blendAyuv(uint32_t D, uint32_t G) {
     return out;
 }
 
-__attribute__((target_clones("avx2", "default"))) void blendGlare(uint32_t* dst,
+__attribute__((target_clones("arch=x86-64-v4", "avx2", "default"))) void blendGlare(uint32_t* dst,
                                                                   const uint32_t* glare,
                                                                   ptrdiff_t pitch, int32_t width,
                                                                   int32_t height, bool ayuv) {

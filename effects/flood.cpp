@@ -40,7 +40,7 @@ struct FloodPlane {
     std::unique_ptr<int32_t[]> pending;  // pixels still on their way, one sweep to the next
 };
 
-__attribute__((target_clones("avx2", "default"))) void keysOf(const uint32_t* words,
+__attribute__((target_clones("arch=x86-64-v4", "avx2", "default"))) void keysOf(const uint32_t* words,
                                                                 uint8_t* keys, int32_t count) {
     for (int32_t i = 0; i < count; ++i) keys[i] = static_cast<uint8_t>(brightnessKey(words[i]));
 }
@@ -49,7 +49,7 @@ __attribute__((target_clones("avx2", "default"))) void keysOf(const uint32_t* wo
 // pixel it moves to (the pixel itself where the walk stops): the strictly
 // darkest of its four neighbours, the first of equals (above, below, left,
 // right).
-__attribute__((target_clones("avx2", "default"))) void stepsOfRow(const uint8_t* keys,
+__attribute__((target_clones("arch=x86-64-v4", "avx2", "default"))) void stepsOfRow(const uint8_t* keys,
                                                                    int32_t w, int32_t rowStart,
                                                                    uint8_t* steps,
                                                                    int32_t* next) {

@@ -80,7 +80,7 @@ inline uint32_t mixToShade(uint32_t s, uint32_t shade, double e, const Bounds& b
 
 // One row, in chunks: the shades are looked up first, then the mix runs
 // over plain arrays, where it vectorises (AVX2 where the CPU has it).
-__attribute__((target_clones("avx2", "default"))) void toneMapRow(
+__attribute__((target_clones("arch=x86-64-v4", "avx2", "default"))) void toneMapRow(
     const uint32_t* in, uint32_t* out, int32_t width, bool argb, const uint32_t* shade, double e,
     const Bounds& bounds) {
     uint32_t shadeOf[kChunk];

@@ -333,7 +333,7 @@ __attribute__((always_inline)) inline void rowsOfReach(const uint32_t* src, uint
 
 // One clone per instruction set around all the kernel widths (a template
 // cannot be cloned by every compiler).
-__attribute__((target_clones("avx2", "default"))) void uniformRows(
+__attribute__((target_clones("arch=x86-64-v4", "avx2", "default"))) void uniformRows(
     const uint32_t* src, uint32_t* inter, ptrdiff_t pitch, int32_t width, int32_t height,
     const UniformKernel& k) {
     switch (k.reach) {
@@ -358,7 +358,7 @@ constexpr int32_t kWidestBand = 4096;
 // repeated). The products of the places in the window are kept in a ring
 // (`ring`, 2 * reach + 1 rows of `bytes` entries), so each row's products
 // are formed once.
-__attribute__((target_clones("avx2", "default"))) void uniformColumns(
+__attribute__((target_clones("arch=x86-64-v4", "avx2", "default"))) void uniformColumns(
     const uint8_t* src, uint8_t* dst, ptrdiff_t stride, int32_t height, int32_t bytes,
     const UniformKernel& kernel, int16_t* ring, int16_t* window) {
     const UniformKernel k = kernel;
