@@ -71,12 +71,12 @@ __attribute__((target_clones("arch=x86-64-v4", "avx2", "default"))) bool stepsOf
 // Every position ahead on a walk continues exactly like the walk started
 // there, so a position can jump to the position ahead of it; where the walk
 // stops, the position is the pixel itself. The rows are first taken top to
-// bottom with each pixel's first step, jumping at once where that step goes
-// up or left (to a pixel already done); then sweeps jump every interior
-// pixel not yet there once until every position is a pixel where its walk
-// stops: the drain. Each sweep at least halves what is left of a walk (at
-// most 255 steps, as every step lowers the key), and the walks that keep
-// one direction are done in the first two. A pixel's output is written as
+// bottom, each pixel's position its first step; then sweeps jump every
+// interior pixel not yet there once until every position is a pixel where
+// its walk stops: the drain. The first sweep goes up the picture, so a step
+// down or right lands on a position already taken further; each later sweep
+// at least halves what is left of a walk (at most 255 steps, as every step
+// lowers the key). A pixel's output is written as
 // soon as its drain is known. Returns whether any pixel changed: every step
 // lowers the key, so a pixel whose walk moves takes a word of another key,
 // and a pass changes a pixel exactly when some walk takes a step.
