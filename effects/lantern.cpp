@@ -42,10 +42,11 @@ constexpr bool darkScaleIsExact() {
 }
 static_assert(darkScaleIsExact());
 
-// Columns are lit in strips: the column terms of a strip are computed once
-// into these small arrays, then the strip is walked row by row, so the
-// pictures are read and written along their rows.
+// Columns are lit in strips of bands of rows: the column terms of a strip
+// are computed once per band into these small arrays, then the band's rows
+// of the strip are walked one by one.
 constexpr int32_t kStripColumns = 256;
+constexpr int32_t kBandRows = 32;
 
 struct Point {
     double x, y;
@@ -194,16 +195,20 @@ inline BeamTerms beamTerms(const Beam& b, double uCol, double vCol, double wCol,
 inline double rimOf(BeamTerms t) {
     return 2.0 * (t.w / t.rho2 - 1.0) + 0.5;
 }
-inline uint8_t classOf(const Shading& sh, BeamTerms t) {
-    const double e = rimOf(t);
-    // In integer arithmetic without branches, so that a row is sorted in
-    // vector lanes: the dark shortcut before the lit one before the band.
+// The shortcuts first, in integer arithmetic without branches so that a
+// row is sorted in vector lanes (the dark one before the lit one); a pixel
+// neither takes is near the rim and is sorted by its rim coordinate after.
+constexpr uint8_t kNearRim = 3;
+inline uint8_t shortcutClassOf(const Shading& sh, BeamTerms t) {
     const int32_t dark = sh.darkShortcut & (t.rho2 >= 4.0 * t.w);
     const int32_t lit = sh.litShortcut & (t.w >= 4.0 * t.rho2);
-    const int32_t band = (sh.aaLow < e) & (e < sh.aaHigh);
-    int32_t c = (band << 1) | ((t.rho2 < t.w) & (band ^ 1));
-    c = (c & (lit - 1)) | lit;
+    const int32_t c = (kNearRim & (lit - 1)) | lit;
     return static_cast<uint8_t>(c & (dark - 1));
+}
+inline uint8_t nearRimClassOf(const Shading& sh, BeamTerms t) {
+    const double e = rimOf(t);
+    if (sh.aaLow < e && e < sh.aaHigh) return kBand;
+    return t.rho2 < t.w ? kLit : kDark;
 }
 
 // One pixel of the blend band, with its rim coordinate e.
@@ -272,9 +277,16 @@ __attribute__((always_inline)) inline void lightRow(uint32_t* out, const uint32_
     const uint32_t g = static_cast<uint32_t>(sh.g);
     uint8_t cls[kStripColumns];
     int32_t bands = 0;
+    int32_t near = 0;
     for (int32_t i = 0; i < n; ++i) {
-        cls[i] = classOf(sh, beamTerms(b, uCol[i], vCol[i], wCol[i], uRow, vRow, wRow));
+        cls[i] = shortcutClassOf(sh, beamTerms(b, uCol[i], vCol[i], wCol[i], uRow, vRow, wRow));
+        near += cls[i] == kNearRim;
+    }
+    for (int32_t i = 0; near > 0 && i < n; ++i) {
+        if (cls[i] != kNearRim) continue;
+        cls[i] = nearRimClassOf(sh, beamTerms(b, uCol[i], vCol[i], wCol[i], uRow, vRow, wRow));
         bands += cls[i] == kBand;
+        --near;
     }
     for (int32_t i = 0; i < n; ++i) {
         const uint32_t p = in[i];
@@ -354,14 +366,19 @@ void renderLantern(const FrameContext* ctx, const ParameterBlock* block, double 
     sh.g = fadeWeight(fadeShare, T);
 
     const int64_t pitch = ctx->stride >> 2;
-    for (int64_t col = ix; col < colEnd; col += kStripColumns) {
-        const int64_t end = std::min<int64_t>(col + kStripColumns, colEnd);
-        if (format == kFourccAyuv) {
-            lightStrip<true>(dst, src, pitch, width, height, beam, sh, static_cast<int32_t>(col),
-                             static_cast<int32_t>(end), iy, static_cast<int32_t>(rowEnd));
-        } else {
-            lightStrip<false>(dst, src, pitch, width, height, beam, sh, static_cast<int32_t>(col),
-                              static_cast<int32_t>(end), iy, static_cast<int32_t>(rowEnd));
+    // Bands of rows across the picture, strip by strip: a band's rows are
+    // visited together, so the pages they lie on are found once per band.
+    for (int64_t row = iy; row < rowEnd; row += kBandRows) {
+        const int32_t r0 = static_cast<int32_t>(row);
+        const int32_t r1 = static_cast<int32_t>(std::min<int64_t>(row + kBandRows, rowEnd));
+        for (int64_t col = ix; col < colEnd; col += kStripColumns) {
+            const int32_t c0 = static_cast<int32_t>(col);
+            const int32_t c1 = static_cast<int32_t>(std::min<int64_t>(col + kStripColumns, colEnd));
+            if (format == kFourccAyuv) {
+                lightStrip<true>(dst, src, pitch, width, height, beam, sh, c0, c1, r0, r1);
+            } else {
+                lightStrip<false>(dst, src, pitch, width, height, beam, sh, c0, c1, r0, r1);
+            }
         }
     }
 }
