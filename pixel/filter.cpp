@@ -39,8 +39,7 @@ constexpr float kSharp6[] = {1.7f, -0.07f, -0.07f, -0.07f, -0.07f, -0.07f};
 constexpr float kSharp7[] = {1.75f, -0.0625f, -0.0625f, -0.0625f, -0.0625f, -0.0625f, -0.0625f};
 constexpr float kSharp8[] = {1.778f,   -0.0555f, -0.0555f, -0.0555f,
                              -0.0555f, -0.0555f, -0.0555f, -0.0555f};
-constexpr float kSharp9[] = {1.8f,  -0.05f, -0.05f, -0.05f, -0.05f,
-                             -0.05f, -0.05f, -0.05f, -0.05f};
+constexpr float kSharp9[] = {1.8f, -0.05f, -0.05f, -0.05f, -0.05f, -0.05f, -0.05f, -0.05f, -0.05f};
 
 // Indexed by the last digit of the code minus 2; that digit is n.
 constexpr const float* kBoxKernels[] = {kBox2, kBox3, kBox4, kBox5, kBox6, kBox7, kBox8, kBox9};
@@ -89,8 +88,8 @@ void slide(const uint32_t* L, int32_t count, ptrdiff_t step, const FilterTables&
             const uint32_t* T = tables.T[j];
             left[k][j] = stepLeft(stepLeft(0, T[byteOf(L[P - 3 * j - 2], k)]),
                                   T[byteOf(L[P - 3 * j - 1], k)]);
-            right[k][j] = stepRight(stepRight(0, T[byteOf(L[P + 3 * j], k)]),
-                                    T[byteOf(L[P + 3 * j + 1], k)]);
+            right[k][j] =
+                stepRight(stepRight(0, T[byteOf(L[P + 3 * j], k)]), T[byteOf(L[P + 3 * j + 1], k)]);
         }
     }
     const uint32_t bias = static_cast<uint32_t>(tables.bias);
@@ -297,7 +296,8 @@ __attribute__((always_inline)) inline void uniformRow(const uint8_t* padded, int
     }
     const uint8_t* centre = padded + 4 * Reach;
     for (int32_t i = 0; i < bytes; ++i) {
-        int16_t sum = static_cast<int16_t>(2 * tap(centre[i], k.centreMul, k.centreAdd) + k.constant);
+        int16_t sum =
+            static_cast<int16_t>(2 * tap(centre[i], k.centreMul, k.centreAdd) + k.constant);
         for (int t = 0; t < Reach; ++t) {
             sum = static_cast<int16_t>(sum + outer[i + 4 * t] + outer[i + 4 * (Reach + 1 + t)]);
         }
@@ -305,30 +305,35 @@ __attribute__((always_inline)) inline void uniformRow(const uint8_t* padded, int
     }
 }
 
-// The passes over the rows, chunk by chunk: a chunk with Reach pixels of the
-// row on both sides is read where it is; a chunk at either end of the row
-// is copied with its edge pixel repeated.
+// One row, chunk by chunk: a chunk with Reach pixels of the row on both
+// sides is read where it is; a chunk at either end of the row is copied with
+// its edge pixel repeated.
+template <int Reach>
+__attribute__((always_inline)) inline void rowOfReach(const uint32_t* in, uint32_t* out,
+                                                      int32_t width, const UniformKernel& k) {
+    uint32_t edge[kUniformChunk + 2 * Reach];
+    for (int32_t x = 0; x < width; x += kUniformChunk) {
+        const int32_t n = std::min(kUniformChunk, width - x);
+        const uint32_t* padded = edge;
+        if (x >= Reach && x + n + Reach <= width) {
+            padded = in + (x - Reach);
+        } else {
+            for (int32_t j = 0; j < n + 2 * Reach; ++j) {
+                edge[j] = in[std::clamp(x - Reach + j, 0, width - 1)];
+            }
+        }
+        uniformRow<Reach>(reinterpret_cast<const uint8_t*>(padded), n, k,
+                          reinterpret_cast<uint8_t*>(out + x));
+    }
+}
+
+// The passes over the rows.
 template <int Reach>
 __attribute__((always_inline)) inline void rowsOfReach(const uint32_t* src, uint32_t* inter,
                                                        ptrdiff_t pitch, int32_t width,
                                                        int32_t height, const UniformKernel& k) {
-    uint32_t edge[kUniformChunk + 2 * Reach];
-    for (int32_t y = 0; y < height; ++y) {
-        const uint32_t* in = src + y * pitch;
-        for (int32_t x = 0; x < width; x += kUniformChunk) {
-            const int32_t n = std::min(kUniformChunk, width - x);
-            const uint32_t* padded = edge;
-            if (x >= Reach && x + n + Reach <= width) {
-                padded = in + (x - Reach);
-            } else {
-                for (int32_t j = 0; j < n + 2 * Reach; ++j) {
-                    edge[j] = in[std::clamp(x - Reach + j, 0, width - 1)];
-                }
-            }
-            uniformRow<Reach>(reinterpret_cast<const uint8_t*>(padded), n, k,
-                              reinterpret_cast<uint8_t*>(inter + y * pitch + x));
-        }
-    }
+    for (int32_t y = 0; y < height; ++y)
+        rowOfReach<Reach>(src + y * pitch, inter + y * pitch, width, k);
 }
 
 // One clone per instruction set around all the kernel widths (a template
@@ -337,15 +342,33 @@ __attribute__((target_clones("arch=x86-64-v4", "avx2", "default"))) void uniform
     const uint32_t* src, uint32_t* inter, ptrdiff_t pitch, int32_t width, int32_t height,
     const UniformKernel& k) {
     switch (k.reach) {
-        case 0: rowsOfReach<0>(src, inter, pitch, width, height, k); break;
-        case 1: rowsOfReach<1>(src, inter, pitch, width, height, k); break;
-        case 2: rowsOfReach<2>(src, inter, pitch, width, height, k); break;
-        case 3: rowsOfReach<3>(src, inter, pitch, width, height, k); break;
-        case 4: rowsOfReach<4>(src, inter, pitch, width, height, k); break;
-        case 5: rowsOfReach<5>(src, inter, pitch, width, height, k); break;
-        case 6: rowsOfReach<6>(src, inter, pitch, width, height, k); break;
-        case 7: rowsOfReach<7>(src, inter, pitch, width, height, k); break;
-        default: rowsOfReach<8>(src, inter, pitch, width, height, k); break;
+        case 0:
+            rowsOfReach<0>(src, inter, pitch, width, height, k);
+            break;
+        case 1:
+            rowsOfReach<1>(src, inter, pitch, width, height, k);
+            break;
+        case 2:
+            rowsOfReach<2>(src, inter, pitch, width, height, k);
+            break;
+        case 3:
+            rowsOfReach<3>(src, inter, pitch, width, height, k);
+            break;
+        case 4:
+            rowsOfReach<4>(src, inter, pitch, width, height, k);
+            break;
+        case 5:
+            rowsOfReach<5>(src, inter, pitch, width, height, k);
+            break;
+        case 6:
+            rowsOfReach<6>(src, inter, pitch, width, height, k);
+            break;
+        case 7:
+            rowsOfReach<7>(src, inter, pitch, width, height, k);
+            break;
+        default:
+            rowsOfReach<8>(src, inter, pitch, width, height, k);
+            break;
     }
 }
 
@@ -400,6 +423,100 @@ __attribute__((target_clones("arch=x86-64-v4", "avx2", "default"))) void uniform
     }
 }
 
+// Both passes at once for pictures no wider than a column band: each row
+// is filtered along the row when the column window first needs it, into a
+// ring of Reach + 2 rows, so no intermediate picture is written or read.
+// The column window is the one of uniformColumns, over whole rows.
+template <int Reach>
+__attribute__((always_inline)) inline void fusedOfReach(const uint32_t* src, uint32_t* dst,
+                                                        ptrdiff_t pitch, int32_t width,
+                                                        int32_t height, const UniformKernel& kernel,
+                                                        uint32_t* rows, int16_t* ring,
+                                                        int16_t* window) {
+    const UniformKernel k = kernel;
+    constexpr int32_t kRows = Reach + 2;
+    constexpr int32_t places = 2 * Reach + 1;
+    const int32_t bytes = 4 * width;
+    const ptrdiff_t rowWords = width;
+    int32_t filtered = -1;  // rows 0 ... filtered are in the ring
+    // Lambdas are compiled apart from the clones: these are written out.
+#define REELFX_ROW_AT(result, row)                                                                 \
+    do {                                                                                           \
+        const int32_t r_ = std::clamp(row, 0, height - 1);                                         \
+        while (filtered < r_) {                                                                    \
+            ++filtered;                                                                            \
+            rowOfReach<Reach>(src + filtered * pitch, rows + (filtered % kRows) * rowWords, width, \
+                              k);                                                                  \
+        }                                                                                          \
+        result = reinterpret_cast<const uint8_t*>(rows + (r_ % kRows) * rowWords);                 \
+    } while (0)
+    for (int32_t i = 0; i < bytes; ++i) window[i] = 0;
+    for (int32_t p = -Reach; p <= Reach; ++p) {
+        const uint8_t* r;
+        REELFX_ROW_AT(r, p);
+        int16_t* slot = ring + ((p + Reach) % places) * bytes;
+        for (int32_t i = 0; i < bytes; ++i) {
+            slot[i] = static_cast<int16_t>(tap(r[i], k.outerMul, k.outerAdd));
+            window[i] = static_cast<int16_t>(window[i] + slot[i]);
+        }
+    }
+    for (int32_t y = 0; y < height; ++y) {
+        if (y > 0) {
+            int16_t* slot = ring + ((y + 2 * Reach) % places) * bytes;
+            const uint8_t* r;
+            REELFX_ROW_AT(r, y + Reach);
+            for (int32_t i = 0; i < bytes; ++i) {
+                const int16_t q = static_cast<int16_t>(tap(r[i], k.outerMul, k.outerAdd));
+                window[i] = static_cast<int16_t>(window[i] + q - slot[i]);
+                slot[i] = q;
+            }
+        }
+        const uint8_t* c;
+        REELFX_ROW_AT(c, y);
+        const int16_t* own = ring + ((y + Reach) % places) * bytes;
+        uint8_t* out = reinterpret_cast<uint8_t*>(dst + y * pitch);
+        for (int32_t i = 0; i < bytes; ++i) {
+            out[i] = clampToByte(static_cast<int16_t>(
+                window[i] - own[i] + 2 * tap(c[i], k.centreMul, k.centreAdd) + k.constant));
+        }
+    }
+#undef REELFX_ROW_AT
+}
+
+__attribute__((target_clones("arch=x86-64-v4", "avx2", "default"))) void uniformFused(
+    const uint32_t* src, uint32_t* dst, ptrdiff_t pitch, int32_t width, int32_t height,
+    const UniformKernel& k, uint32_t* rows, int16_t* ring, int16_t* window) {
+    switch (k.reach) {
+        case 0:
+            fusedOfReach<0>(src, dst, pitch, width, height, k, rows, ring, window);
+            break;
+        case 1:
+            fusedOfReach<1>(src, dst, pitch, width, height, k, rows, ring, window);
+            break;
+        case 2:
+            fusedOfReach<2>(src, dst, pitch, width, height, k, rows, ring, window);
+            break;
+        case 3:
+            fusedOfReach<3>(src, dst, pitch, width, height, k, rows, ring, window);
+            break;
+        case 4:
+            fusedOfReach<4>(src, dst, pitch, width, height, k, rows, ring, window);
+            break;
+        case 5:
+            fusedOfReach<5>(src, dst, pitch, width, height, k, rows, ring, window);
+            break;
+        case 6:
+            fusedOfReach<6>(src, dst, pitch, width, height, k, rows, ring, window);
+            break;
+        case 7:
+            fusedOfReach<7>(src, dst, pitch, width, height, k, rows, ring, window);
+            break;
+        default:
+            fusedOfReach<8>(src, dst, pitch, width, height, k, rows, ring, window);
+            break;
+    }
+}
+
 // Both passes of a uniform kernel; false when the ring of the column pass
 // cannot be allocated.
 bool uniformPicture(const uint32_t* src, uint32_t* inter, uint32_t* dst, ptrdiff_t pitch,
@@ -408,6 +525,22 @@ bool uniformPicture(const uint32_t* src, uint32_t* inter, uint32_t* dst, ptrdiff
     // rows are read one after another, and the ring of one band stays in
     // the second-level cache.
     const int32_t band = std::min(kWidestBand, width);
+    // A picture filtered in place keeps the two passes: the rows are all
+    // read before the first is written.
+    const ptrdiff_t span = (height - 1) * pitch + width;
+    const bool apart = dst + span <= src || src + span <= dst;
+    if (width <= kWidestBand && apart) {
+        // The ring of row-filtered rows, the products' ring and the window.
+        const size_t rowWords = static_cast<size_t>(k.reach + 2) * width;
+        const size_t entries = static_cast<size_t>(2 * k.reach + 2) * 4 * width;
+        auto* rows = static_cast<uint32_t*>(std::malloc(rowWords * 4 + entries * 2));
+        if (!rows) return false;
+        auto* fusedRing = reinterpret_cast<int16_t*>(rows + rowWords);
+        uniformFused(src, dst, pitch, width, height, k, rows, fusedRing,
+                     fusedRing + static_cast<size_t>(2 * k.reach + 1) * 4 * width);
+        std::free(rows);
+        return true;
+    }
     const size_t ringEntries = static_cast<size_t>(2 * k.reach + 2) * 4 * band;
     auto* ring = static_cast<int16_t*>(std::malloc(ringEntries * 2));
     if (!ring) return false;
@@ -503,9 +636,15 @@ void FilterLine(const uint32_t* src, int32_t count, ptrdiff_t step, const Filter
     std::fill_n(L + pad + count, pad, src[(count - 1) * step]);
 
     switch (groups) {
-        case 1: slide<1>(L, count, step, *tables, dst); break;
-        case 2: slide<2>(L, count, step, *tables, dst); break;
-        default: slide<3>(L, count, step, *tables, dst); break;
+        case 1:
+            slide<1>(L, count, step, *tables, dst);
+            break;
+        case 2:
+            slide<2>(L, count, step, *tables, dst);
+            break;
+        default:
+            slide<3>(L, count, step, *tables, dst);
+            break;
     }
     std::free(own);
 }
