@@ -9,6 +9,7 @@
 
 #include "effects/effects.h"
 #include "pixel/block.h"
+#include "pixel/clones.h"
 #include "pixel/color.h"
 #include "pixel/fxmath.h"
 #include "pixel/numeric.h"
@@ -148,7 +149,7 @@ inline uint32_t turnPixel(uint32_t p, const Turn& t) {
     return Ayuv ? argbToAyuvInline(out) : out;
 }
 
-__attribute__((target_clones("arch=x86-64-v4", "avx2", "default"))) void turnRow(
+REELFX_CLONES void turnRow(
     uint32_t* out, const uint32_t* in, int32_t width, const Turn& t, bool ayuv) {
     const Turn turn = t;
     if (ayuv) {

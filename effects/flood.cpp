@@ -16,6 +16,7 @@
 
 #include "effects/effects.h"
 #include "pixel/block.h"
+#include "pixel/clones.h"
 #include "pixel/color.h"
 #include "pixel/numeric.h"
 #include "plugin/parameters.h"
@@ -39,7 +40,7 @@ struct FloodWalks {
     std::unique_ptr<int32_t[]> pending;  // pixels still on their way, one sweep to the next
 };
 
-__attribute__((target_clones("arch=x86-64-v4", "avx2", "default"))) void keysOf(
+REELFX_CLONES void keysOf(
     const uint32_t* words, uint8_t* keys, int32_t count) {
     for (int32_t i = 0; i < count; ++i) keys[i] = static_cast<uint8_t>(brightnessKey(words[i]));
 }
@@ -48,7 +49,7 @@ __attribute__((target_clones("arch=x86-64-v4", "avx2", "default"))) void keysOf(
 // above and below), as the position it moves to (the pixel itself where the
 // walk stops): the strictly darkest of its four neighbours, the first of
 // equals (above, below, left, right).
-__attribute__((target_clones("arch=x86-64-v4", "avx2", "default"))) bool stepsOfRow(
+REELFX_CLONES bool stepsOfRow(
     const uint8_t* above, const uint8_t* k, const uint8_t* below, int32_t w, int32_t pitch,
     int32_t rowStart, uint8_t* steps, int32_t* next) {
     for (int32_t x = 1; x < w - 1; ++x) {

@@ -14,6 +14,7 @@
 
 #include "effects/effects.h"
 #include "pixel/block.h"
+#include "pixel/clones.h"
 #include "pixel/color.h"
 #include "pixel/numeric.h"
 #include "plugin/parameters.h"
@@ -303,7 +304,7 @@ __attribute__((always_inline)) inline void lightRow(uint32_t* out, const uint32_
 
 // Lights the columns [col0, col1) of the rows [row0, row1).
 template <bool kAyuv>
-__attribute__((target_clones("arch=x86-64-v4", "avx2", "default"))) void lightStrip(
+REELFX_CLONES void lightStrip(
     uint32_t* dst, const uint32_t* src, int64_t pitch, int32_t width, int32_t height, const Beam& b,
     const Shading& sh, int32_t col0, int32_t col1, int32_t row0, int32_t row1) {
     double uCol[kStripColumns], vCol[kStripColumns], wCol[kStripColumns];

@@ -7,6 +7,7 @@
 
 #include "effects/effects.h"
 #include "pixel/block.h"
+#include "pixel/clones.h"
 #include "pixel/color.h"
 #include "pixel/numeric.h"
 #include "plugin/parameters.h"
@@ -49,7 +50,7 @@ __attribute__((always_inline)) inline void mixTowardGreen(const uint32_t* s, con
     }
 }
 
-__attribute__((target_clones("arch=x86-64-v4", "avx2", "default"))) void nightVisionRow(
+REELFX_CLONES void nightVisionRow(
     const uint32_t* in, uint32_t* out, int32_t width, bool ayuv, double intensity, double mix,
     double gain, double base, const uint32_t* greenOf) {
     int32_t level[kChunk];

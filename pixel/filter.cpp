@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "pixel/clones.h"
 #include "pixel/numeric.h"
 
 namespace {
@@ -338,7 +339,7 @@ __attribute__((always_inline)) inline void rowsOfReach(const uint32_t* src, uint
 
 // One clone per instruction set around all the kernel widths (a template
 // cannot be cloned by every compiler).
-__attribute__((target_clones("arch=x86-64-v4", "avx2", "default"))) void uniformRows(
+REELFX_CLONES void uniformRows(
     const uint32_t* src, uint32_t* inter, ptrdiff_t pitch, int32_t width, int32_t height,
     const UniformKernel& k) {
     switch (k.reach) {
@@ -381,7 +382,7 @@ constexpr int32_t kWidestBand = 4096;
 // repeated). The products of the places in the window are kept in a ring
 // (`ring`, 2 * reach + 1 rows of `bytes` entries), so each row's products
 // are formed once.
-__attribute__((target_clones("arch=x86-64-v4", "avx2", "default"))) void uniformColumns(
+REELFX_CLONES void uniformColumns(
     const uint8_t* src, uint8_t* dst, ptrdiff_t stride, int32_t height, int32_t bytes,
     const UniformKernel& kernel, int16_t* ring, int16_t* window) {
     const UniformKernel k = kernel;
@@ -483,7 +484,7 @@ __attribute__((always_inline)) inline void fusedOfReach(const uint32_t* src, uin
 #undef REELFX_ROW_AT
 }
 
-__attribute__((target_clones("arch=x86-64-v4", "avx2", "default"))) void uniformFused(
+REELFX_CLONES void uniformFused(
     const uint32_t* src, uint32_t* dst, ptrdiff_t pitch, int32_t width, int32_t height,
     const UniformKernel& k, uint32_t* rows, int16_t* ring, int16_t* window) {
     switch (k.reach) {
