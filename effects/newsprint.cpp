@@ -436,12 +436,12 @@ void renderNewsPrint(const FrameContext* ctx, const ParameterBlock* block, uint3
     if (!src) return;
 
     // N below 1 (a "Resolution" above 1) is an empty grid: plain paper.
-    const int64_t n = gridSize(width, paramValue(block, 0));
+    const int64_t n = gridSize(width, paramValue(block, kNewsPrintResolution));
     if (n < 1) return;
     const float cellWidth = cellSize(width, n);
     const float cellHeight = cellSize(height, n);
-    const float brightness = brightnessFactor(paramValue(block, 1));
-    const double contrast = paramValue(block, 2);
+    const float brightness = brightnessFactor(paramValue(block, kNewsPrintBrightness));
+    const double contrast = paramValue(block, kNewsPrintContrast);
     const float scale =
         spirals ? spiralScale(cellWidth, contrast) : circleScale(cellWidth, contrast);
 
