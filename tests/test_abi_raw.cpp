@@ -140,7 +140,7 @@ TEST(RawAbi, CreateWritesParameterRecordsAtTheirOffsets) {
 TEST(RawAbi, RenderReadsFramesFittingAndValuesAtTheirOffsets) {
     const int32_t W = 120, H = 90, S = W * 4 + 16;
     reelfx::Picture src = reelfx::makeTestPicture(W, H, 0, S);
-    for (int32_t effect : {kEffectFlipXY, kEffectGreyscale, kEffectCount}) {
+    for (const int32_t effect : {int32_t{kEffectFlipXY}, int32_t{kEffectGreyscale}, kEffectCount}) {
         RawHost h(W, H);
         ASSERT_EQ(h.call(effect, 0), 0);
         reelfx::Picture dst(W, H, S, 0x0BADF00D);

@@ -13,7 +13,7 @@
 #include "tool_support.h"
 #include "tools/image_io.h"
 #include "tools/params.h"
-#include "tools/test_clip.h"
+#include "tools/builtin_clip.h"
 
 namespace reelfx::tool {
 namespace {

@@ -12,7 +12,7 @@
 #include "host/host.h"
 #include "tools/params.h"
 #include "tools/render.h"
-#include "tools/test_clip.h"
+#include "tools/builtin_clip.h"
 #include "tools/video_reader.h"
 
 namespace reelfx::tool {

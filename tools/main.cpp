@@ -19,7 +19,7 @@ extern "C" {
 #include "tools/output_file.h"
 #include "tools/params.h"
 #include "tools/render.h"
-#include "tools/test_clip.h"
+#include "tools/builtin_clip.h"
 
 namespace {
 
@@ -30,18 +30,12 @@ constexpr int kExitFailure = 1;
 constexpr int kExitUsage = 2;
 constexpr int kExitInterrupted = 130;
 
-// The module is looked for in $REELFX_MODULE, beside this program, and
-// where the build put it, in that order.
+// The module is looked for where every host looks (Module::find), with this
+// program's own folder as the place beside it.
 std::string findModule(const std::string& requested) {
-    if (!requested.empty()) return requested;
-    if (const char* env = std::getenv("REELFX_MODULE"); env && *env) return env;
     std::error_code ec;
     const auto self = std::filesystem::read_symlink("/proc/self/exe", ec);
-    if (!ec) {
-        const auto beside = self.parent_path() / "libreelfx.so";
-        if (std::filesystem::exists(beside, ec)) return beside.string();
-    }
-    return Module::defaultPath();
+    return Module::find(requested, ec ? std::string() : self.parent_path().string());
 }
 
 const char* kFooter =

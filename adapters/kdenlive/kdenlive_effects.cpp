@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "host/host.h"
+#include "host/names.h"
 
 namespace {
 
@@ -45,18 +46,7 @@ std::string escape(const std::string& s) {
 }
 
 // "Multi-Prism Lens" -> "multi_prism_lens": the plug-in file's name.
-std::string slug(const std::string& name) {
-    std::string out;
-    for (const unsigned char c : name) {
-        if (std::isalnum(c)) {
-            out += static_cast<char>(std::tolower(c));
-        } else if (!out.empty() && out.back() != '_') {
-            out += '_';
-        }
-    }
-    while (!out.empty() && out.back() == '_') out.pop_back();
-    return out;
-}
+std::string slug(const std::string& name) { return reelfx::effectSlug(name, '_'); }
 
 std::string describeEffect(const reelfx::Module& module, const reelfx::EffectInfo& effect) {
     const std::string tag = "frei0r.reelfx_" + slug(effect.name);
