@@ -15,11 +15,11 @@ extern "C" {
 }
 
 #include "host/host.h"
+#include "tools/builtin_clip.h"
 #include "tools/describe.h"
 #include "tools/output_file.h"
 #include "tools/params.h"
 #include "tools/render.h"
-#include "tools/builtin_clip.h"
 
 namespace {
 

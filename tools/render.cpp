@@ -14,6 +14,7 @@
 #include <stdexcept>
 
 #include "host/names.h"
+#include "tools/builtin_clip.h"
 #include "tools/decode_ahead.h"
 #include "tools/encode_behind.h"
 #include "tools/image_io.h"
@@ -22,7 +23,6 @@
 #include "tools/params.h"
 #include "tools/progress_bar.h"
 #include "tools/sheet.h"
-#include "tools/builtin_clip.h"
 #include "tools/video_reader.h"
 #include "tools/video_writer.h"
 
