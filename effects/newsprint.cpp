@@ -343,11 +343,11 @@ struct Marks {
             }
         }
         if (largeDiscs && unpainted.next.empty()) {
-            const size_t stride = t.width + 1u;
-            unpainted.next.resize(stride * static_cast<size_t>(t.height));
+            const size_t rowLength = t.width + 1u;
+            unpainted.next.resize(rowLength * static_cast<size_t>(t.height));
             for (size_t y = 0; y < static_cast<size_t>(t.height); ++y) {
-                for (size_t x = 0; x < stride; ++x) {
-                    unpainted.next[y * stride + x] = static_cast<int32_t>(x);
+                for (size_t x = 0; x < rowLength; ++x) {
+                    unpainted.next[y * rowLength + x] = static_cast<int32_t>(x);
                 }
             }
             unpainted.openRow.resize(static_cast<size_t>(t.height) + 1);

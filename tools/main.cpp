@@ -38,13 +38,17 @@ std::string findModule(const std::string& requested) {
     return Module::find(requested, ec ? std::string() : self.parent_path().string());
 }
 
-const char* kFooter =
+constexpr const char* kFooter =
     "Exit status: 0 done, 1 a file could not be read or written, 2 a mistake on the command "
     "line, 130 interrupted by SIGINT, SIGTERM or SIGHUP (nothing is left under the output "
     "name). An existing output file is replaced only with -y, or when confirmed on a terminal.";
 
 }  // namespace
 
+// Outside the handled part, only a mistake in the option set-up or running
+// out of memory while making it can throw: std::terminate's report is the
+// right end for both.
+// NOLINTNEXTLINE(bugprone-exception-escape)
 int main(int argc, char** argv) {
     CLI::App app{"reelfx: apply the reelfx video effects to pictures and video", "reelfx"};
     app.footer(kFooter);
