@@ -69,7 +69,9 @@ struct RawHost {
         put(f, 0x14, stride);
         put(f, 0x18, addr(pixels));
     }
-    intptr_t call(int32_t effect, int32_t command) { return raw().entry(block.data(), effect, command); }
+    intptr_t call(int32_t effectIndex, int32_t command) {
+        return raw().entry(block.data(), effectIndex, command);
+    }
     const uint8_t* slot(int j) const { return state.data() + 0xA0 + 56 * j; }
 };
 
