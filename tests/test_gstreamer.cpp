@@ -16,7 +16,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -31,15 +30,18 @@ using reelfx::Picture;
 using reelfx::test::effectIndex;
 using reelfx::test::module;
 
-// The plug-in from the build tree, with a registry of the tests' own.
-void useBuildTree() {
-    static const bool done = [] {
-        setenv("GST_PLUGIN_PATH", REELFX_BUILD_DIR, 1);
-        setenv("GST_REGISTRY", REELFX_BUILD_DIR "/tests/gst-registry.bin", 1);
-        setenv("GST_REGISTRY_FORK", "no", 0);
-        return true;
-    }();
-    (void)done;
+// The plug-in from the build tree, with a registry of the tests' own, for
+// the programs run here (beside GStreamer's installed plug-ins) and for this
+// process (the plug-in alone, scanned here, so that sanitizers see only it).
+const std::string kProgramEnvironment =
+    "env -u GST_PLUGIN_SYSTEM_PATH_1_0 -u GST_REGISTRY_FORK GST_PLUGIN_PATH=" REELFX_BUILD_DIR
+    " GST_REGISTRY=" REELFX_BUILD_DIR "/tests/gst-registry.bin ";
+
+void useBuildTreeHere() {
+    setenv("GST_PLUGIN_PATH", REELFX_BUILD_DIR, 1);
+    setenv("GST_PLUGIN_SYSTEM_PATH_1_0", "", 1);
+    setenv("GST_REGISTRY", REELFX_BUILD_DIR "/tests/gst-registry-here.bin", 1);
+    setenv("GST_REGISTRY_FORK", "no", 1);
 }
 
 struct Outcome {
@@ -48,9 +50,8 @@ struct Outcome {
 };
 
 Outcome run(const std::string& line) {
-    useBuildTree();
     Outcome r;
-    FILE* pipe = popen((line + " 2>&1").c_str(), "r");
+    FILE* pipe = popen((kProgramEnvironment + line + " 2>&1").c_str(), "r");
     if (!pipe) return r;
     char buffer[4096];
     size_t n;
@@ -95,10 +96,14 @@ TEST(GstInspect, ListsEveryEffectWithItsProperties) {
          {"Filter/Effect/Video", "(string)BGRA, (string)VUYA", "auto-progress"}) {
         EXPECT_NE(lantern.out.find(expected), std::string::npos) << expected;
     }
-    EXPECT_TRUE(std::regex_search(lantern.out,
-                                  std::regex("spot-radius +: Spot Radius\\n +flags: readable, "
-                                             "writable, controllable\\n +Double\\. Range: +1 - "
-                                             "+20 Default: +10 ")))
+    // gst-inspect pads numbers with spaces: compare with runs of spaces as one.
+    std::string squeezed;
+    for (const char c : lantern.out) {
+        if (c != ' ' || squeezed.empty() || squeezed.back() != ' ') squeezed += c;
+    }
+    EXPECT_NE(squeezed.find("spot-radius : Spot Radius\n flags: readable, writable, controllable\n"
+                            " Double. Range: 1 - 20 Default: 10 "),
+              std::string::npos)
         << lantern.out;
 }
 
@@ -260,7 +265,7 @@ TEST(GstCaps, OnlyBgraAndVuyaPassWithoutConversion) {
 class GstInProcess : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        useBuildTree();
+        useBuildTreeHere();
         gst_init(nullptr, nullptr);
     }
     static void countWarning(const gchar*, GLogLevelFlags, const gchar* message, gpointer data) {
