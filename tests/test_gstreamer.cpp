@@ -34,11 +34,11 @@ using reelfx::test::module;
 // the programs run here (beside GStreamer's installed plug-ins) and for this
 // process (the plug-in alone, scanned here, so that sanitizers see only it).
 const std::string kProgramEnvironment =
-    "env -u GST_PLUGIN_SYSTEM_PATH_1_0 -u GST_REGISTRY_FORK GST_PLUGIN_PATH=" REELFX_BUILD_DIR
+    "env -u GST_PLUGIN_SYSTEM_PATH_1_0 -u GST_REGISTRY_FORK GST_PLUGIN_PATH=" REELFX_GST_PLUGIN_DIR
     " GST_REGISTRY=" REELFX_BUILD_DIR "/tests/gst-registry.bin ";
 
 void useBuildTreeHere() {
-    setenv("GST_PLUGIN_PATH", REELFX_BUILD_DIR, 1);
+    setenv("GST_PLUGIN_PATH", REELFX_GST_PLUGIN_DIR, 1);
     setenv("GST_PLUGIN_SYSTEM_PATH_1_0", "", 1);
     setenv("GST_REGISTRY", REELFX_BUILD_DIR "/tests/gst-registry-here.bin", 1);
     setenv("GST_REGISTRY_FORK", "no", 1);

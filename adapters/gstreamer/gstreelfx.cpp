@@ -333,9 +333,10 @@ void classInit(gpointer klass, gpointer data) {
     filter->transform_frame = transformFrame;
 }
 
-// $REELFX_MODULE, else the module beside this file (the build tree), else
-// the installed module folder beside GStreamer's plug-in folder
-// (lib/<multiarch>/gstreamer-1.0 -> lib/<multiarch>/reelfx).
+// $REELFX_MODULE, else the module beside this file, in the installed
+// module folder beside GStreamer's plug-in folder (lib/<multiarch>/gstreamer-1.0
+// -> lib/<multiarch>/reelfx), or one folder up (the build tree's
+// gstreamer-1.0 folder).
 std::string modulePath() {
     if (const char* env = std::getenv("REELFX_MODULE"); env && *env) return env;
     Dl_info info{};
@@ -344,8 +345,10 @@ std::string modulePath() {
     }
     const std::string self = info.dli_fname;
     const std::string dir = self.substr(0, self.rfind('/') + 1);
-    const std::string beside = dir + "libreelfx.so";
-    return access(beside.c_str(), R_OK) == 0 ? beside : dir + "../reelfx/libreelfx.so";
+    for (const char* candidate : {"libreelfx.so", "../reelfx/libreelfx.so", "../libreelfx.so"}) {
+        if (access((dir + candidate).c_str(), R_OK) == 0) return dir + candidate;
+    }
+    return dir + "libreelfx.so";
 }
 
 gboolean pluginInit(GstPlugin* gstPlugin) {
