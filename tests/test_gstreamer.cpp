@@ -231,6 +231,48 @@ TEST_F(GstFrames, PaddedRowsAndPixelMargins) {
     }
 }
 
+// Three elements in streaming threads of their own (a tee into queues): each
+// branch gives the frames one host instance renders alone. (Two Aged Film
+// instances would not: their frames depend on the order in which they draw
+// from the tables they share.)
+TEST_F(GstFrames, ElementsRenderInParallelThreads) {
+    const int w = 64, h = 48, frames = 4;
+    std::string input;
+    for (int f = 0; f < frames; ++f) {
+        const Picture s = reelfx::makeTestPicture(w, h, f);
+        input.append(reinterpret_cast<const char*>(s.words.data()), s.words.size() * 4);
+    }
+    std::ofstream(dir_ / "in.raw", std::ios::binary) << input;
+    const std::string d = dir_.string();
+    const char* branches[] = {"reelfx-aged-film sepia-intensity=2", "reelfx-newsprint",
+                              "reelfx-lantern"};
+    std::string line = "gst-launch-1.0 -q filesrc location=" + d +
+                       "/in.raw ! rawvideoparse width=64 height=48 format=bgra framerate=25/1 "
+                       "! tee name=t";
+    for (int b = 0; b < 3; ++b) {
+        line += " t. ! queue ! " + std::string(branches[b]) +
+                " progress=0.4 ! filesink location=" + d + "/out" + std::to_string(b) + ".raw";
+    }
+    const Outcome r = run(line);
+    ASSERT_EQ(r.status, 0) << r.out;
+    const char* effects[] = {"Aged Film", "NewsPrint", "Lantern"};
+    for (int b = 0; b < 3; ++b) {
+        const std::string out = slurp(dir_ / ("out" + std::to_string(b) + ".raw"));
+        ASSERT_EQ(out.size(), input.size()) << b;
+        Instance inst(module(), effectIndex(effects[b]), w, h);
+        if (b == 0) inst.setParameter("Sepia Intensity", 2);
+        for (int f = 0; f < frames; ++f) {
+            const Picture source = reelfx::makeTestPicture(w, h, f);
+            Picture target(w, h);
+            inst.render(&source, target, {.progress = 0.4});
+            EXPECT_EQ(std::memcmp(out.data() + static_cast<size_t>(f) * w * h * 4,
+                                  target.words.data(), static_cast<size_t>(w) * h * 4),
+                      0)
+                << branches[b] << " frame " << f;
+        }
+    }
+}
+
 // Margins beyond the frame count as the whole frame, which is what lets a
 // property declared up to the largest frame stand for "up to the height".
 TEST(GstBounds, MarginsBeyondTheFrameCountAsTheFrame) {
