@@ -43,6 +43,8 @@ struct EffectRows {
     int count;
 };
 
+// One row per slot, in the order of the effect's slot list in parameters.h.
+// clang-format off
 constexpr ParameterRow kAgedFilm[] = {
     {"Number of dust particles", kReal, 10, 0, 100, nullptr},
     {"Average particle size", kReal, 30, 0, 100, nullptr},
@@ -132,6 +134,8 @@ constexpr ParameterRow kLantern[] = {
     {"Spot Radius", kReal, 10, 1, 20, nullptr},
     {"AntiAliasing", kReal, 50, 0, 100, nullptr},
 };
+
+// clang-format on
 
 template <int N>
 constexpr EffectRows rows(const ParameterRow (&r)[N]) {
