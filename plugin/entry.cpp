@@ -152,6 +152,7 @@ void route(uint32_t effectIndex, PluginInstance* inst, const FrameContext& ctx,
     const int32_t h = ctx.height;
     // Fades: f is the share of the colour; "Color To Video" (0.0) runs backwards.
     auto fade = [block, t] { return paramValue(block, kFadeDirection) == 0.0 ? 1.0 - t : t; };
+    // P[j] and int(P[j]) of a slot named in plugin/parameters.h.
     auto value = [block](int slot) { return paramValue(block, slot); };
     auto whole = [block](int slot) { return paramInt(block, slot); };
 
