@@ -40,8 +40,7 @@ struct FloodWalks {
     std::unique_ptr<int32_t[]> pending;  // pixels still on their way, one sweep to the next
 };
 
-REELFX_CLONES void keysOf(
-    const uint32_t* words, uint8_t* keys, int32_t count) {
+REELFX_CLONES void keysOf(const uint32_t* words, uint8_t* keys, int32_t count) {
     for (int32_t i = 0; i < count; ++i) keys[i] = static_cast<uint8_t>(brightnessKey(words[i]));
 }
 
@@ -49,9 +48,9 @@ REELFX_CLONES void keysOf(
 // above and below), as the position it moves to (the pixel itself where the
 // walk stops): the strictly darkest of its four neighbours, the first of
 // equals (above, below, left, right).
-REELFX_CLONES bool stepsOfRow(
-    const uint8_t* above, const uint8_t* k, const uint8_t* below, int32_t w, int32_t pitch,
-    int32_t rowStart, uint8_t* steps, int32_t* next) {
+REELFX_CLONES bool stepsOfRow(const uint8_t* above, const uint8_t* k, const uint8_t* below,
+                              int32_t w, int32_t pitch, int32_t rowStart, uint8_t* steps,
+                              int32_t* next) {
     for (int32_t x = 1; x < w - 1; ++x) {
         uint8_t best = k[x], step = 0;
         if (above[x] < best) best = above[x], step = 1;

@@ -170,9 +170,7 @@ int32_t wrapAdd(int32_t a, int32_t b) {
 int32_t wrapSub(int32_t a, int32_t b) {
     return static_cast<int32_t>(static_cast<uint32_t>(a) - static_cast<uint32_t>(b));
 }
-int32_t shiftDown(int32_t v) {
-    return v >> 16;
-}  // arithmetic in C++20
+int32_t shiftDown(int32_t v) { return v >> 16; }  // arithmetic in C++20
 
 // Where a pixel stands against the beam: dark, lit, or in the blend band
 // (or not yet sorted, for the shading of one pixel at a time).
@@ -193,9 +191,7 @@ inline BeamTerms beamTerms(const Beam& b, double uCol, double vCol, double wCol,
 // Where rho2 >= 4w, e <= -1 (or e is NaN) and the pixel is dark; where
 // w >= 4 rho2 (and w > 0), e >= 6.5 and it is lit. Each shortcut is taken
 // only when the blend band cannot reach it.
-inline double rimOf(BeamTerms t) {
-    return 2.0 * (t.w / t.rho2 - 1.0) + 0.5;
-}
+inline double rimOf(BeamTerms t) { return 2.0 * (t.w / t.rho2 - 1.0) + 0.5; }
 // The shortcuts first, in integer arithmetic without branches so that a
 // row is sorted in vector lanes (the dark one before the lit one); a pixel
 // neither takes is near the rim and is sorted by its rim coordinate after.
@@ -304,9 +300,9 @@ __attribute__((always_inline)) inline void lightRow(uint32_t* out, const uint32_
 
 // Lights the columns [col0, col1) of the rows [row0, row1).
 template <bool kAyuv>
-REELFX_CLONES void lightStrip(
-    uint32_t* dst, const uint32_t* src, int64_t pitch, int32_t width, int32_t height, const Beam& b,
-    const Shading& sh, int32_t col0, int32_t col1, int32_t row0, int32_t row1) {
+REELFX_CLONES void lightStrip(uint32_t* dst, const uint32_t* src, int64_t pitch, int32_t width,
+                              int32_t height, const Beam& b, const Shading& sh, int32_t col0,
+                              int32_t col1, int32_t row0, int32_t row1) {
     double uCol[kStripColumns], vCol[kStripColumns], wCol[kStripColumns];
     const int32_t n = col1 - col0;
     for (int32_t i = 0; i < n; ++i) {
@@ -336,8 +332,8 @@ void renderLantern(const FrameContext* ctx, const ParameterBlock* block, double 
     // values beyond the 32-bit range truncate to -2^31, and the difference
     // for those (and for values just above -2^31) wraps below 1: q = 1, the
     // largest spot.
-    int32_t q =
-        static_cast<int32_t>(20u - static_cast<uint32_t>(truncToInt32(paramValue(block, kLanternSpotRadius))));
+    int32_t q = static_cast<int32_t>(
+        20u - static_cast<uint32_t>(truncToInt32(paramValue(block, kLanternSpotRadius))));
     if (q < 1) q = 1;
     // Below 0 (and NaN) the band is empty: a hard-edged spot, as with 0.
     // Above 100 it reaches beyond 0 < e < 1 and the blend extrapolates.

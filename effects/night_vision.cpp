@@ -50,9 +50,9 @@ __attribute__((always_inline)) inline void mixTowardGreen(const uint32_t* s, con
     }
 }
 
-REELFX_CLONES void nightVisionRow(
-    const uint32_t* in, uint32_t* out, int32_t width, bool ayuv, double intensity, double mix,
-    double gain, double base, const uint32_t* greenOf) {
+REELFX_CLONES void nightVisionRow(const uint32_t* in, uint32_t* out, int32_t width, bool ayuv,
+                                  double intensity, double mix, double gain, double base,
+                                  const uint32_t* greenOf) {
     int32_t level[kChunk];
     uint32_t green[kChunk];
     for (int32_t x0 = 0; x0 < width; x0 += kChunk) {

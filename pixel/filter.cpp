@@ -55,9 +55,7 @@ inline int32_t product(double w, int v) {
 
 // Weights below zero are lifted by an offset so that every field stays
 // non-negative; the offsets come back out as the bias.
-inline int32_t negativeOffset(double w) {
-    return w < 0.0 ? truncToInt32(w * -1024.0) : 0;
-}
+inline int32_t negativeOffset(double w) { return w < 0.0 ? truncToInt32(w * -1024.0) : 0; }
 
 // One step of the left accumulator: the oldest field falls out at the bottom
 // (arithmetic shift), the new pixel's entry comes in.
@@ -67,13 +65,9 @@ inline uint32_t stepLeft(uint32_t acc, uint32_t entry) {
 
 // One step of the right accumulator: fields move up, the oldest leaves the
 // top of the word.
-inline uint32_t stepRight(uint32_t acc, uint32_t entry) {
-    return (acc << 10) + entry;
-}
+inline uint32_t stepRight(uint32_t acc, uint32_t entry) { return (acc << 10) + entry; }
 
-inline uint32_t byteOf(uint32_t p, int k) {
-    return (p >> (8 * k)) & 0xFFu;
-}
+inline uint32_t byteOf(uint32_t p, int k) { return (p >> (8 * k)) & 0xFFu; }
 
 // Slides a kernel of G tables along the working line L (P repeated pixels,
 // the count pixels, P repeated pixels).
@@ -270,9 +264,7 @@ bool uniformKernel(const float* weights, int n, const FilterTables& tables, Unif
            affineOf(field[0], 2.0 * w0 * 65536.0, &k->centreMul, &k->centreAdd);
 }
 
-inline int32_t tap(int32_t v, int32_t mul, int32_t add) {
-    return (v * mul + add) >> 16;
-}
+inline int32_t tap(int32_t v, int32_t mul, int32_t add) { return (v * mul + add) >> 16; }
 
 inline uint8_t clampToByte(int16_t sum) {
     const int16_t r = static_cast<int16_t>(sum >> 2);
@@ -339,37 +331,18 @@ __attribute__((always_inline)) inline void rowsOfReach(const uint32_t* src, uint
 
 // One clone per instruction set around all the kernel widths (a template
 // cannot be cloned by every compiler).
-REELFX_CLONES void uniformRows(
-    const uint32_t* src, uint32_t* inter, ptrdiff_t pitch, int32_t width, int32_t height,
-    const UniformKernel& k) {
+REELFX_CLONES void uniformRows(const uint32_t* src, uint32_t* inter, ptrdiff_t pitch, int32_t width,
+                               int32_t height, const UniformKernel& k) {
     switch (k.reach) {
-        case 0:
-            rowsOfReach<0>(src, inter, pitch, width, height, k);
-            break;
-        case 1:
-            rowsOfReach<1>(src, inter, pitch, width, height, k);
-            break;
-        case 2:
-            rowsOfReach<2>(src, inter, pitch, width, height, k);
-            break;
-        case 3:
-            rowsOfReach<3>(src, inter, pitch, width, height, k);
-            break;
-        case 4:
-            rowsOfReach<4>(src, inter, pitch, width, height, k);
-            break;
-        case 5:
-            rowsOfReach<5>(src, inter, pitch, width, height, k);
-            break;
-        case 6:
-            rowsOfReach<6>(src, inter, pitch, width, height, k);
-            break;
-        case 7:
-            rowsOfReach<7>(src, inter, pitch, width, height, k);
-            break;
-        default:
-            rowsOfReach<8>(src, inter, pitch, width, height, k);
-            break;
+        case 0: rowsOfReach<0>(src, inter, pitch, width, height, k); break;
+        case 1: rowsOfReach<1>(src, inter, pitch, width, height, k); break;
+        case 2: rowsOfReach<2>(src, inter, pitch, width, height, k); break;
+        case 3: rowsOfReach<3>(src, inter, pitch, width, height, k); break;
+        case 4: rowsOfReach<4>(src, inter, pitch, width, height, k); break;
+        case 5: rowsOfReach<5>(src, inter, pitch, width, height, k); break;
+        case 6: rowsOfReach<6>(src, inter, pitch, width, height, k); break;
+        case 7: rowsOfReach<7>(src, inter, pitch, width, height, k); break;
+        default: rowsOfReach<8>(src, inter, pitch, width, height, k); break;
     }
 }
 
@@ -382,9 +355,9 @@ constexpr int32_t kWidestBand = 4096;
 // repeated). The products of the places in the window are kept in a ring
 // (`ring`, 2 * reach + 1 rows of `bytes` entries), so each row's products
 // are formed once.
-REELFX_CLONES void uniformColumns(
-    const uint8_t* src, uint8_t* dst, ptrdiff_t stride, int32_t height, int32_t bytes,
-    const UniformKernel& kernel, int16_t* ring, int16_t* window) {
+REELFX_CLONES void uniformColumns(const uint8_t* src, uint8_t* dst, ptrdiff_t stride,
+                                  int32_t height, int32_t bytes, const UniformKernel& kernel,
+                                  int16_t* ring, int16_t* window) {
     const UniformKernel k = kernel;
     const int32_t places = 2 * k.reach + 1;
     // Place p (from -reach on) sits in ring slot (p + reach) % places.
@@ -484,37 +457,19 @@ __attribute__((always_inline)) inline void fusedOfReach(const uint32_t* src, uin
 #undef REELFX_ROW_AT
 }
 
-REELFX_CLONES void uniformFused(
-    const uint32_t* src, uint32_t* dst, ptrdiff_t pitch, int32_t width, int32_t height,
-    const UniformKernel& k, uint32_t* rows, int16_t* ring, int16_t* window) {
+REELFX_CLONES void uniformFused(const uint32_t* src, uint32_t* dst, ptrdiff_t pitch, int32_t width,
+                                int32_t height, const UniformKernel& k, uint32_t* rows,
+                                int16_t* ring, int16_t* window) {
     switch (k.reach) {
-        case 0:
-            fusedOfReach<0>(src, dst, pitch, width, height, k, rows, ring, window);
-            break;
-        case 1:
-            fusedOfReach<1>(src, dst, pitch, width, height, k, rows, ring, window);
-            break;
-        case 2:
-            fusedOfReach<2>(src, dst, pitch, width, height, k, rows, ring, window);
-            break;
-        case 3:
-            fusedOfReach<3>(src, dst, pitch, width, height, k, rows, ring, window);
-            break;
-        case 4:
-            fusedOfReach<4>(src, dst, pitch, width, height, k, rows, ring, window);
-            break;
-        case 5:
-            fusedOfReach<5>(src, dst, pitch, width, height, k, rows, ring, window);
-            break;
-        case 6:
-            fusedOfReach<6>(src, dst, pitch, width, height, k, rows, ring, window);
-            break;
-        case 7:
-            fusedOfReach<7>(src, dst, pitch, width, height, k, rows, ring, window);
-            break;
-        default:
-            fusedOfReach<8>(src, dst, pitch, width, height, k, rows, ring, window);
-            break;
+        case 0: fusedOfReach<0>(src, dst, pitch, width, height, k, rows, ring, window); break;
+        case 1: fusedOfReach<1>(src, dst, pitch, width, height, k, rows, ring, window); break;
+        case 2: fusedOfReach<2>(src, dst, pitch, width, height, k, rows, ring, window); break;
+        case 3: fusedOfReach<3>(src, dst, pitch, width, height, k, rows, ring, window); break;
+        case 4: fusedOfReach<4>(src, dst, pitch, width, height, k, rows, ring, window); break;
+        case 5: fusedOfReach<5>(src, dst, pitch, width, height, k, rows, ring, window); break;
+        case 6: fusedOfReach<6>(src, dst, pitch, width, height, k, rows, ring, window); break;
+        case 7: fusedOfReach<7>(src, dst, pitch, width, height, k, rows, ring, window); break;
+        default: fusedOfReach<8>(src, dst, pitch, width, height, k, rows, ring, window); break;
     }
 }
 
@@ -637,15 +592,9 @@ void FilterLine(const uint32_t* src, int32_t count, ptrdiff_t step, const Filter
     std::fill_n(L + pad + count, pad, src[(count - 1) * step]);
 
     switch (groups) {
-        case 1:
-            slide<1>(L, count, step, *tables, dst);
-            break;
-        case 2:
-            slide<2>(L, count, step, *tables, dst);
-            break;
-        default:
-            slide<3>(L, count, step, *tables, dst);
-            break;
+        case 1: slide<1>(L, count, step, *tables, dst); break;
+        case 2: slide<2>(L, count, step, *tables, dst); break;
+        default: slide<3>(L, count, step, *tables, dst); break;
     }
     std::free(own);
 }
@@ -686,15 +635,9 @@ bool FilterPicture(const FilterImage* source, const float* weights, int n,
         auto pass = [&](const uint32_t* from, ptrdiff_t laneStep, ptrdiff_t step, int32_t count,
                         int32_t lanes, uint32_t* to) {
             switch (tables.groups) {
-                case 1:
-                    slideLanes<1>(from, laneStep, step, count, lanes, tables, to);
-                    break;
-                case 2:
-                    slideLanes<2>(from, laneStep, step, count, lanes, tables, to);
-                    break;
-                default:
-                    slideLanes<3>(from, laneStep, step, count, lanes, tables, to);
-                    break;
+                case 1: slideLanes<1>(from, laneStep, step, count, lanes, tables, to); break;
+                case 2: slideLanes<2>(from, laneStep, step, count, lanes, tables, to); break;
+                default: slideLanes<3>(from, laneStep, step, count, lanes, tables, to); break;
             }
         };
         for (int32_t y = 0; y < height; y += kLanes) {
