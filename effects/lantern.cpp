@@ -298,11 +298,12 @@ __attribute__((always_inline)) inline void lightRow(uint32_t* out, const uint32_
     }
 }
 
-// Lights the columns [col0, col1) of the rows [row0, row1).
-template <bool kAyuv>
+// Lights the columns [col0, col1) of the rows [row0, row1). One clone per
+// instruction set around both formats (a template cannot be cloned by every
+// compiler).
 REELFX_CLONES void lightStrip(uint32_t* dst, const uint32_t* src, int64_t pitch, int32_t width,
-                              int32_t height, const Beam& b, const Shading& sh, int32_t col0,
-                              int32_t col1, int32_t row0, int32_t row1) {
+                              int32_t height, const Beam& b, const Shading& sh, bool ayuv,
+                              int32_t col0, int32_t col1, int32_t row0, int32_t row1) {
     double uCol[kStripColumns], vCol[kStripColumns], wCol[kStripColumns];
     const int32_t n = col1 - col0;
     for (int32_t i = 0; i < n; ++i) {
@@ -312,8 +313,14 @@ REELFX_CLONES void lightStrip(uint32_t* dst, const uint32_t* src, int64_t pitch,
         wCol[i] = dx * b.x;
     }
     for (int32_t row = row0; row < row1; ++row) {
-        lightRow<kAyuv>(dst + row * pitch + col0, src + row * pitch + col0, n, b, sh, uCol, vCol,
-                        wCol, 0.5 * height - row);
+        uint32_t* out = dst + row * pitch + col0;
+        const uint32_t* in = src + row * pitch + col0;
+        const double dy = 0.5 * height - row;
+        if (ayuv) {
+            lightRow<true>(out, in, n, b, sh, uCol, vCol, wCol, dy);
+        } else {
+            lightRow<false>(out, in, n, b, sh, uCol, vCol, wCol, dy);
+        }
     }
 }
 
@@ -371,11 +378,8 @@ void renderLantern(const FrameContext* ctx, const ParameterBlock* block, double 
         for (int64_t col = ix; col < colEnd; col += kStripColumns) {
             const int32_t c0 = static_cast<int32_t>(col);
             const int32_t c1 = static_cast<int32_t>(std::min<int64_t>(col + kStripColumns, colEnd));
-            if (format == kFourccAyuv) {
-                lightStrip<true>(dst, src, pitch, width, height, beam, sh, c0, c1, r0, r1);
-            } else {
-                lightStrip<false>(dst, src, pitch, width, height, beam, sh, c0, c1, r0, r1);
-            }
+            lightStrip(dst, src, pitch, width, height, beam, sh, format == kFourccAyuv, c0, c1, r0,
+                       r1);
         }
     }
 }

@@ -397,6 +397,24 @@ REELFX_CLONES void uniformColumns(const uint8_t* src, uint8_t* dst, ptrdiff_t st
     }
 }
 
+// Row `row` (held to the picture) filtered along the row, from the ring of
+// Reach + 2 rows; the rows up to it that are not there yet are filtered
+// first, in order. A function rather than a lambda, so that it is compiled
+// into each instruction-set clone.
+template <int Reach>
+__attribute__((always_inline)) inline const uint8_t* filteredRow(
+    const uint32_t* src, ptrdiff_t pitch, int32_t width, int32_t height, const UniformKernel& k,
+    uint32_t* rows, int32_t& filtered, int32_t row) {
+    constexpr int32_t kRows = Reach + 2;
+    const int32_t r = std::clamp(row, 0, height - 1);
+    while (filtered < r) {
+        ++filtered;
+        rowOfReach<Reach>(src + filtered * pitch,
+                          rows + static_cast<ptrdiff_t>(filtered % kRows) * width, width, k);
+    }
+    return reinterpret_cast<const uint8_t*>(rows + static_cast<ptrdiff_t>(r % kRows) * width);
+}
+
 // Both passes at once for pictures no wider than a column band: each row
 // is filtered along the row when the column window first needs it, into a
 // ring of Reach + 2 rows, so no intermediate picture is written or read.
@@ -408,26 +426,12 @@ __attribute__((always_inline)) inline void fusedOfReach(const uint32_t* src, uin
                                                         uint32_t* rows, int16_t* ring,
                                                         int16_t* window) {
     const UniformKernel k = kernel;
-    constexpr int32_t kRows = Reach + 2;
     constexpr int32_t places = 2 * Reach + 1;
     const int32_t bytes = 4 * width;
-    const ptrdiff_t rowWords = width;
     int32_t filtered = -1;  // rows 0 ... filtered are in the ring
-    // Lambdas are compiled apart from the clones: these are written out.
-#define REELFX_ROW_AT(result, row)                                                                 \
-    do {                                                                                           \
-        const int32_t r_ = std::clamp(row, 0, height - 1);                                         \
-        while (filtered < r_) {                                                                    \
-            ++filtered;                                                                            \
-            rowOfReach<Reach>(src + filtered * pitch, rows + (filtered % kRows) * rowWords, width, \
-                              k);                                                                  \
-        }                                                                                          \
-        result = reinterpret_cast<const uint8_t*>(rows + (r_ % kRows) * rowWords);                 \
-    } while (0)
     for (int32_t i = 0; i < bytes; ++i) window[i] = 0;
     for (int32_t p = -Reach; p <= Reach; ++p) {
-        const uint8_t* r;
-        REELFX_ROW_AT(r, p);
+        const uint8_t* r = filteredRow<Reach>(src, pitch, width, height, k, rows, filtered, p);
         int16_t* slot = ring + ((p + Reach) % places) * bytes;
         for (int32_t i = 0; i < bytes; ++i) {
             slot[i] = static_cast<int16_t>(tap(r[i], k.outerMul, k.outerAdd));
@@ -437,16 +441,15 @@ __attribute__((always_inline)) inline void fusedOfReach(const uint32_t* src, uin
     for (int32_t y = 0; y < height; ++y) {
         if (y > 0) {
             int16_t* slot = ring + ((y + 2 * Reach) % places) * bytes;
-            const uint8_t* r;
-            REELFX_ROW_AT(r, y + Reach);
+            const uint8_t* r =
+                filteredRow<Reach>(src, pitch, width, height, k, rows, filtered, y + Reach);
             for (int32_t i = 0; i < bytes; ++i) {
                 const int16_t q = static_cast<int16_t>(tap(r[i], k.outerMul, k.outerAdd));
                 window[i] = static_cast<int16_t>(window[i] + q - slot[i]);
                 slot[i] = q;
             }
         }
-        const uint8_t* c;
-        REELFX_ROW_AT(c, y);
+        const uint8_t* c = filteredRow<Reach>(src, pitch, width, height, k, rows, filtered, y);
         const int16_t* own = ring + ((y + Reach) % places) * bytes;
         uint8_t* out = reinterpret_cast<uint8_t*>(dst + y * pitch);
         for (int32_t i = 0; i < bytes; ++i) {
@@ -454,7 +457,6 @@ __attribute__((always_inline)) inline void fusedOfReach(const uint32_t* src, uin
                 window[i] - own[i] + 2 * tap(c[i], k.centreMul, k.centreAdd) + k.constant));
         }
     }
-#undef REELFX_ROW_AT
 }
 
 REELFX_CLONES void uniformFused(const uint32_t* src, uint32_t* dst, ptrdiff_t pitch, int32_t width,
