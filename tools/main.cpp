@@ -132,6 +132,11 @@ int main(int argc, char** argv) {
         ->type_name("NAME");
     render->add_option("--pix-fmt", rq.pixelFormat, "Pixel format of the encoded video")
         ->type_name("NAME");
+    render
+        ->add_option("--frames", rq.frames,
+                     "Render only source frames A to B-1 (from 0) as a chunk for reelfx join: "
+                     "lossless .mkv, no audio, the frames exactly as in a whole render")
+        ->type_name("A:B");
     render->add_flag("--no-audio", rq.noAudio,
                      "Leave the input's audio out (subtitles and data are still copied)");
     render->add_flag("-q,--quiet", rq.quiet, "No progress bar, no summary");

@@ -13,6 +13,7 @@
 #include <optional>
 #include <stdexcept>
 
+#include "tools/chunk_meta.h"
 #include "tools/decode_ahead.h"
 #include "tools/encode_behind.h"
 #include "tools/image_io.h"
@@ -159,6 +160,10 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
                           "progress stays 0 (--span START:END runs it from 0 to 1)");
     }
     const size_t n = count.value_or(1);
+    // A chunk starts where its range asks, with the state of the frames
+    // before it brought along (see chunk_meta.h).
+    std::optional<ChunkWindow> window;
+    if (rq.frames) window = startChunk(src, rq, effectName, span, outputPath);
     OutputFile out(outputPath);
     VideoOutputSettings settings;
     settings.path = out.path();
@@ -185,10 +190,16 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
         settings.sourceContainer = src.reader->formatContext();
         settings.sourceVideoStream = src.reader->videoStream();
     }
+    if (window) {
+        settings.tags.emplace_back(
+            kChunkTag, chunkRecordJson(makeChunkRecord(src, rq, effectName, *window,
+                                                       settings.colour,
+                                                       settings.sourcePixelFormat)));
+    }
     VideoWriter writer(settings);
 
     std::map<int32_t, int32_t> copied;  // input stream -> output stream
-    if (src.kind == Source::Kind::Video) {
+    if (src.kind == Source::Kind::Video && !window) {
         std::vector<std::string> leftOut;
         copied = writer.addCopiedStreams(src.reader->formatContext(), src.reader->videoStream(),
                                          !rq.noAudio, src.name, leftOut);
@@ -207,7 +218,9 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
         if (it != copied.end()) encoder.packet(packet, st, it->second);
     };
 
-    ProgressBar bar(src.streamed() ? 0 : static_cast<int64_t>(src.times.size()),
+    ProgressBar bar(window            ? window->range.end - window->range.first
+                    : src.streamed() ? 0
+                                     : static_cast<int64_t>(src.times.size()),
                     !rq.quiet && stderrIsTerminal());
     // A file is decoded ahead on a thread of its own; standard input, whose
     // reads may block for as long as the writer upstream likes, and the
@@ -219,10 +232,25 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
         return ahead ? ahead->next(f, audioSink) : nextFrame(src, fourcc, f, audioSink);
     };
     DecodedFrame frame;
-    size_t inSpan = 0;
+    size_t inSpan = window ? window->spanBefore : 0;
+    int64_t index = window ? window->nextIndex : 0;  // of the frame in the whole clip
+    Picture replayed;
     int64_t done = 0;
     while (next(frame)) {
         throwIfInterrupted();
+        // Before a chunk's range: frames decoded on the way from a key frame
+        // are dropped; the frames of an effect with state are rendered and
+        // dropped, so that its state is a whole render's at the range.
+        if (window && frame.time < window->startTime) continue;
+        const int64_t k = index++;
+        if (window && k == window->range.first && window->startTime >= 0 &&
+            frame.time != window->startTime) {
+            throw std::runtime_error(src.name + ": frame " + std::to_string(k) +
+                                     " could not be reached from a key frame before it");
+        }
+        const bool before = window && k < window->range.first;
+        if (window && k >= window->range.end) break;
+        if (before && !window->replay) continue;
         // Progress runs from 0 on the span's first frame to 1 on its last;
         // frames outside the span pass through unchanged.
         if (span.contains(frame.time) && (!count || inSpan < n)) {
@@ -230,15 +258,20 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
                 n > 1 ? std::min(1.0, static_cast<double>(inSpan) / static_cast<double>(n - 1))
                       : 0.0;
             ++inSpan;
+            if (before) {
+                r.renderInto(frame.picture, progress, replayed);
+                continue;
+            }
             Picture rendered = encoder.spare();
             r.renderInto(frame.picture, progress, rendered);
             encoder.frame(std::move(rendered), frame.pts);
-        } else {
+        } else if (!before) {
             // Passed on as it is; the decoder gets a used picture back.
             Picture passed = encoder.spare();
             std::swap(passed, frame.picture);
             encoder.frame(std::move(passed), frame.pts);
         }
+        if (before) continue;
         bar.update(++done);
     }
     ahead.reset();
