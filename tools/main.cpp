@@ -16,6 +16,7 @@ extern "C" {
 
 #include "host/host.h"
 #include "tools/describe.h"
+#include "tools/farm_cli.h"
 #include "tools/output_file.h"
 #include "tools/params.h"
 #include "tools/render.h"
@@ -171,6 +172,8 @@ int main(int argc, char** argv) {
         ->capture_default_str();
     sheet->add_flag("-q,--quiet", sq.quiet, "No summary");
     overwriteFlags(sheet);
+    FarmCommands farm;
+    addFarmCommands(app, farm, overwriteFlags);
 
     try {
         app.parse(argc, argv);
@@ -190,6 +193,7 @@ int main(int argc, char** argv) {
                        : neverOverwrite ? Overwrite::Never
                                         : Overwrite::Ask);
     try {
+        if (runFarmCommand(farm)) return 0;
         Module module(findModule(modulePath));
         const std::vector<EffectInfo> catalogue = module.catalogue();
         if (*list) {
