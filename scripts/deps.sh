@@ -7,7 +7,7 @@ packages="cmake ninja-build g++ g++-multilib pkg-config binutils make
   libpng-dev libcairo2-dev fonts-dejavu-core libcli11-dev nlohmann-json3-dev
   frei0r-plugins-dev ffmpeg
   melt gstreamer1.0-tools gstreamer1.0-plugins-bad lintian file dpkg-dev libxml2-dev libxml2-utils
-  clang libclang-rt-14-dev"
+  clang libclang-rt-14-dev slurm-wlm parallel"
 missing=""
 for p in $packages; do
     dpkg -s "$p" >/dev/null 2>&1 || missing="$missing $p"
