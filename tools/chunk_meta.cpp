@@ -194,7 +194,7 @@ ChunkWindow startChunk(Source& src, const RenderRequest& rq, const std::string& 
     }
     w.range.end = std::min(w.range.end, total);
     w.replay = carriesStateAcrossFrames(effectName);
-    if (w.replay || w.range.first == 0) return w;
+    if (w.range.first == 0) return w;
     const size_t first = static_cast<size_t>(w.range.first);
     w.spanBefore = static_cast<size_t>(
         std::count_if(src.times.begin(), src.times.begin() + static_cast<ptrdiff_t>(first),
@@ -209,7 +209,6 @@ ChunkWindow startChunk(Source& src, const RenderRequest& rq, const std::string& 
         if (!src.reader->seekBefore(w.startTime)) {
             w.startTime = -1.0;
             w.nextIndex = 0;
-            w.spanBefore = 0;
         }
     }
     return w;

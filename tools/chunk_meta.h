@@ -64,15 +64,14 @@ std::optional<ChunkRecord> parseChunkRecord(const std::string& text);
 std::string chunkMismatch(const ChunkRecord& a, const ChunkRecord& b);
 
 // For `render --frames`: checks the request (UsageError), positions `src`
-// at the first frame to decode and returns the window's state: frames to
-// skip or replay before the range, and how many frames of the span lie
-// before the first one that will be decoded.
+// at the key frame before the range (or at its start when it cannot seek)
+// and returns what the render loop needs to begin there.
 struct ChunkWindow {
     FrameRange range;         // clamped to the clip
-    bool replay = false;      // render the frames before the range too
-    double startTime = -1.0;  // frames decoded before this time are skipped
-    int64_t nextIndex = 0;    // index of the first frame taken at or after startTime
-    size_t spanBefore = 0;    // frames of the span before nextIndex
+    bool replay = false;      // render the span's frames before the range too, unwritten
+    double startTime = -1.0;  // frames decoded before this time are dropped
+    int64_t nextIndex = 0;    // index of the first frame kept
+    size_t spanBefore = 0;    // frames of the span before the range
 };
 ChunkWindow startChunk(Source& src, const RenderRequest& rq, const std::string& effectName,
                        const Span& span, const std::string& outputPath);

@@ -231,16 +231,29 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
     auto next = [&](DecodedFrame& f) {
         return ahead ? ahead->next(f, audioSink) : nextFrame(src, fourcc, f, audioSink);
     };
+    // Progress runs from 0 on the span's first frame to 1 on its last.
+    auto progressAt = [&](size_t inSpan) {
+        return n > 1 ? std::min(1.0, static_cast<double>(inSpan) / static_cast<double>(n - 1))
+                     : 0.0;
+    };
+    // An effect with state renders the span's frames before a chunk, unwritten,
+    // on a blank picture of the frame's size: its state follows the parameters,
+    // the size and the progress, never the pixels, so those frames are not decoded.
+    if (window && window->replay) {
+        const Picture blank(src.width, src.height);
+        Picture replayed;
+        for (size_t i = 0; i < window->spanBefore; ++i) {
+            throwIfInterrupted();
+            r.renderInto(blank, progressAt(i), replayed);
+        }
+    }
     DecodedFrame frame;
     size_t inSpan = window ? window->spanBefore : 0;
     int64_t index = window ? window->nextIndex : 0;  // of the frame in the whole clip
-    Picture replayed;
     int64_t done = 0;
     while (next(frame)) {
         throwIfInterrupted();
-        // Before a chunk's range: frames decoded on the way from a key frame
-        // are dropped; the frames of an effect with state are rendered and
-        // dropped, so that its state is a whole render's at the range.
+        // Frames decoded on the way from a key frame to a chunk are dropped.
         if (window && frame.time < window->startTime) continue;
         const int64_t k = index++;
         if (window && k == window->range.first && window->startTime >= 0 &&
@@ -248,30 +261,21 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
             throw std::runtime_error(src.name + ": frame " + std::to_string(k) +
                                      " could not be reached from a key frame before it");
         }
-        const bool before = window && k < window->range.first;
+        if (window && k < window->range.first) continue;
         if (window && k >= window->range.end) break;
-        if (before && !window->replay) continue;
-        // Progress runs from 0 on the span's first frame to 1 on its last;
-        // frames outside the span pass through unchanged.
+        // Frames outside the span pass through unchanged.
         if (span.contains(frame.time) && (!count || inSpan < n)) {
-            const double progress =
-                n > 1 ? std::min(1.0, static_cast<double>(inSpan) / static_cast<double>(n - 1))
-                      : 0.0;
+            const double progress = progressAt(inSpan);
             ++inSpan;
-            if (before) {
-                r.renderInto(frame.picture, progress, replayed);
-                continue;
-            }
             Picture rendered = encoder.spare();
             r.renderInto(frame.picture, progress, rendered);
             encoder.frame(std::move(rendered), frame.pts);
-        } else if (!before) {
+        } else {
             // Passed on as it is; the decoder gets a used picture back.
             Picture passed = encoder.spare();
             std::swap(passed, frame.picture);
             encoder.frame(std::move(passed), frame.pts);
         }
-        if (before) continue;
         bar.update(++done);
     }
     ahead.reset();

@@ -61,11 +61,19 @@ grep -q '"total_frames": 150' plan.json || fail "plan --json lacks the total fra
 [ "$(grep -c '"frames":' plan.json)" = 3 ] || fail "plan --chunk-frames 64 of 150 frames"
 
 echo "-- GNU parallel: chunks joined equal a whole render"
+# Keyframes and a span make the progress of a chunk's frames depend on the
+# whole clip; noise makes Incognito's frames depend on the generator's state.
 for format in argb ayuv; do
-    for effect in Lantern Mosaic "Aged Film" Incognito; do
-        "$reelfx" render "$effect" clip.mp4 --format "$format" -o whole.mkv -y -q
+    for effect in lantern mosaic aged-film incognito; do
+        case $effect in
+            lantern) set -- Lantern -p "Spot Radius=2@0,18@1" ;;
+            mosaic) set -- Mosaic --span 1:5 ;;
+            aged-film) set -- "Aged Film" ;;
+            incognito) set -- Incognito -p Noise=0.6 ;;
+        esac
+        "$reelfx" render "$@" clip.mp4 --format "$format" -o whole.mkv -y -q
         rm -f chunk-*.mkv
-        parallel --halt now,fail=1 -j 2 -q "$reelfx" render "$effect" clip.mp4 \
+        parallel --halt now,fail=1 -j 2 -q "$reelfx" render "$@" clip.mp4 \
             --format "$format" --frames {} -o chunk-{#}.mkv -y -q :::: plan.txt
         "$reelfx" join chunk-*.mkv -o joined.mkv --audio-from clip.mp4 -y -q
         same_video whole.mkv joined.mkv "$effect, $format"
@@ -75,7 +83,7 @@ done
 
 echo "-- .mp4 join: frame count, timestamps, audio length"
 # The Incognito AYUV chunks of the last round.
-"$reelfx" render Incognito clip.mp4 --format ayuv -o whole.mp4 -y -q
+"$reelfx" render Incognito -p Noise=0.6 clip.mp4 --format ayuv -o whole.mp4 -y -q
 "$reelfx" join chunk-*.mkv -o joined.mp4 --audio-from clip.mp4 -y -q
 for f in whole.mp4 joined.mp4; do
     ffprobe -v error -count_packets -show_entries stream=codec_type,nb_read_packets,duration \
@@ -88,8 +96,8 @@ grep -q '^video,6.000000,150$' joined.mp4.streams || fail "joined.mp4: $(cat joi
 cmp -s whole.mp4.pts joined.mp4.pts || fail "joined.mp4 has other video timestamps"
 
 echo "-- re-running a chunk"
-"$reelfx" render Incognito clip.mp4 --format ayuv --frames 37:75 -o chunk-2.mkv -y -q
-if "$reelfx" render Incognito clip.mp4 --format ayuv --frames 37:75 -o chunk-2.mkv -q \
+"$reelfx" render Incognito -p Noise=0.6 clip.mp4 --format ayuv --frames 37:75 -o chunk-2.mkv -y -q
+if "$reelfx" render Incognito -p Noise=0.6 clip.mp4 --format ayuv --frames 37:75 -o chunk-2.mkv -q \
     < /dev/null 2> err.txt; then
     fail "an existing chunk was replaced without -y"
 fi
@@ -103,8 +111,8 @@ grep -q 'losslessly as FFV1 in Matroska' err.txt || fail "--frames with .mp4: $(
 echo "-- join refuses"
 "$reelfx" render Lantern clip.mp4 --format ayuv --frames 37:75 -o lantern-2.mkv -y -q
 ffmpeg -v error -i clip.mp4 -vf scale=320:180 -c:a copy large.mp4
-"$reelfx" render Incognito large.mp4 --format ayuv --frames 37:75 -o large-2.mkv -y -q
-"$reelfx" render Incognito clip.mp4 --format ayuv --frames 30:80 -o wide-2.mkv -y -q
+"$reelfx" render Incognito -p Noise=0.6 large.mp4 --format ayuv --frames 37:75 -o large-2.mkv -y -q
+"$reelfx" render Incognito -p Noise=0.6 clip.mp4 --format ayuv --frames 30:80 -o wide-2.mkv -y -q
 size=$(wc -c < chunk-3.mkv)
 head -c $((size / 2)) chunk-3.mkv > cut-3.mkv
 refused() {
