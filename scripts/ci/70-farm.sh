@@ -81,8 +81,31 @@ for format in argb ayuv; do
     done
 done
 
+echo "-- the built-in clip and a still are split the same way"
+ffmpeg -v error -i clip.mp4 -frames:v 1 still.png
+for input in none still.png; do
+    if [ "$input" = none ]; then
+        set -- --size 160x90 --duration 2
+        effect="Aged Film"
+    else
+        set -- "$input" --duration 2
+        effect=Incognito
+    fi
+    "$reelfx" plan "$@" --chunks 3 > short-plan.txt
+    [ "$(cat short-plan.txt | tr '\n' ' ')" = "0:16 16:33 33:50 " ] ||
+        fail "plan of 50 frames from $input: $(cat short-plan.txt)"
+    rm -f short-*.mkv
+    if [ "$effect" = Incognito ]; then set -- -p Noise=0.6 "$@"; fi
+    "$reelfx" render "$effect" "$@" -o whole-short.mkv -y -q
+    parallel --halt now,fail=1 -q "$reelfx" render "$effect" "$@" --frames {} \
+        -o short-{#}.mkv -y -q :::: short-plan.txt
+    "$reelfx" join short-*.mkv -o joined-short.mkv -y -q
+    same_video whole-short.mkv joined-short.mkv "$effect from $input"
+    echo "$effect from $input: equal"
+done
+
 echo "-- .mp4 join: frame count, timestamps, audio length"
-# The Incognito AYUV chunks of the last round.
+# The Incognito AYUV chunks of the GNU parallel round.
 "$reelfx" render Incognito -p Noise=0.6 clip.mp4 --format ayuv -o whole.mp4 -y -q
 "$reelfx" join chunk-*.mkv -o joined.mp4 --audio-from clip.mp4 -y -q
 for f in whole.mp4 joined.mp4; do
