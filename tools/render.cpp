@@ -154,16 +154,16 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
                          (src.times.empty() ? std::string()
                                             : "; it runs from 0 to " + seconds(src.times.back())));
     }
+    // A chunk starts where its range asks, with the state of the frames
+    // before it brought along (see chunk_meta.h).
+    std::optional<ChunkWindow> window;
+    if (rq.frames) window = startChunk(src, rq, effectName, span, outputPath);
     if (!count) {
         say(rq.quiet, src.name +
                           " is rendered as it arrives, so its length is not known: "
                           "progress stays 0 (--span START:END runs it from 0 to 1)");
     }
     const size_t n = count.value_or(1);
-    // A chunk starts where its range asks, with the state of the frames
-    // before it brought along (see chunk_meta.h).
-    std::optional<ChunkWindow> window;
-    if (rq.frames) window = startChunk(src, rq, effectName, span, outputPath);
     OutputFile out(outputPath);
     VideoOutputSettings settings;
     settings.path = out.path();
@@ -289,7 +289,8 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
     out.commit();
     bar.finish();
     say(rq.quiet,
-        "wrote " + outputPath + ": " + std::to_string(done) + " frames, " + std::to_string(inSpan) +
+        "wrote " + outputPath + ": " + std::to_string(done) + " frames, " +
+            std::to_string(inSpan - (window ? window->spanBefore : 0)) +
             " with " + effectName +
             (copied.empty() ? ""
                             : ", " + std::to_string(copied.size()) + " other stream(s) copied") +
@@ -365,6 +366,9 @@ void runRender(const Module& module, const RenderRequest& rq) {
         throw UsageError(
             "--progress renders a still (.png output); in a video progress runs from 0 to 1 over "
             "the span");
+    }
+    if (rq.frames && (stillOutput || rq.progress)) {
+        throw UsageError("--frames renders a chunk of video for reelfx join: give -o NAME.mkv");
     }
     if (rq.span && stillOutput && src.kind == Source::Kind::Still) {
         throw UsageError("--span needs a video: a still has no time (use --progress for a still)");
