@@ -4,9 +4,10 @@
 # a one-node Slurm cluster started here (as root, no munge, no cgroups), and
 # `reelfx join` puts them together. The joined video must decode to exactly
 # the frames (and timestamps) of a whole render, for effects with and without
-# state carried from frame to frame, in both pixel formats; an .mp4 join must
-# have the whole render's frame count, timestamps and audio length. Then
-# join's refusals: each names the problem and writes nothing.
+# state carried from frame to frame, in both pixel formats, with the source's
+# audio and tags; an .mp4 join must have the whole render's frame count,
+# timestamps, audio length and tags. Then join's refusals: each names the
+# problem and writes nothing.
 set -eu
 cd "$(dirname "$0")/../.."
 reelfx=$PWD/build/native/reelfx
@@ -38,6 +39,7 @@ fail() {
 # The decoded frames' checksums, and every packet's stream and time.
 frames() { ffmpeg -v error -i "$1" -map 0:v -f framemd5 - | grep -v '^#' | cut -d, -f6; }
 stamps() { ffprobe -v error -show_entries packet=stream_index,pts -of csv=p=0 "$1"; }
+tags() { ffprobe -v error -show_entries format_tags:stream_tags -of compact "$1"; }
 same_video() {
     frames "$1" > a.md5
     frames "$2" > b.md5
@@ -46,11 +48,15 @@ same_video() {
     stamps "$1" > a.ts
     stamps "$2" > b.ts
     cmp -s a.ts b.ts || fail "$2 does not have the timestamps of $1 ($3)"
+    tags "$1" > a.tags
+    tags "$2" > b.tags
+    cmp -s a.tags b.tags || fail "$2 has tags $(cat b.tags), not $(cat a.tags) ($3)"
 }
 
 ffmpeg -v error -f lavfi -i testsrc2=size=160x90:rate=25:duration=6 \
     -f lavfi -i sine=frequency=440:duration=6 \
-    -c:v libx264 -g 25 -pix_fmt yuv420p -c:a aac -shortest clip.mp4
+    -c:v libx264 -g 25 -pix_fmt yuv420p -c:a aac -shortest \
+    -metadata title=Holiday -metadata:s:v language=fra -metadata:s:a language=eng clip.mp4
 
 echo "-- plan"
 "$reelfx" plan clip.mp4 --chunks 4 > plan.txt
@@ -117,6 +123,9 @@ cmp -s whole.mp4.streams joined.mp4.streams ||
     fail "joined.mp4: $(cat joined.mp4.streams) instead of $(cat whole.mp4.streams)"
 grep -q '^video,6.000000,150$' joined.mp4.streams || fail "joined.mp4: $(cat joined.mp4.streams)"
 cmp -s whole.mp4.pts joined.mp4.pts || fail "joined.mp4 has other video timestamps"
+tags whole.mp4 > a.tags
+tags joined.mp4 > b.tags
+cmp -s a.tags b.tags || fail "joined.mp4 has tags $(cat b.tags), not $(cat a.tags)"
 
 echo "-- re-running a chunk"
 "$reelfx" render Incognito -p Noise=0.6 clip.mp4 --format ayuv --frames 37:75 -o chunk-2.mkv -y -q
