@@ -69,13 +69,18 @@ grep -q '"total_frames": 150' plan.json || fail "plan --json lacks the total fra
 echo "-- GNU parallel: chunks joined equal a whole render"
 # Keyframes and a span make the progress of a chunk's frames depend on the
 # whole clip; noise makes Incognito's frames depend on the generator's state.
+# The chunks of the stateful effects replay only the span's frames before them.
 for format in argb ayuv; do
-    for effect in lantern mosaic aged-film incognito; do
+    for effect in lantern mosaic aged-film aged-film-span incognito-round incognito; do
         case $effect in
             lantern) set -- Lantern -p "Spot Radius=2@0,18@1" ;;
             mosaic) set -- Mosaic --span 1:5 ;;
             aged-film) set -- "Aged Film" ;;
+            aged-film-span) set -- "Aged Film" -p "Number of dust particles=40@0,90@1" --span 1:5 ;;
             incognito) set -- Incognito -p Noise=0.6 ;;
+            incognito-round)
+                set -- Incognito -p Noise=0.9 -p Shape=Round -p "X Size=0.3@0,0.9@1" --span 0.5:4.5
+                ;;
         esac
         "$reelfx" render "$@" clip.mp4 --format "$format" -o whole.mkv -y -q
         rm -f chunk-*.mkv
@@ -111,7 +116,7 @@ for input in none still.png; do
 done
 
 echo "-- .mp4 join: frame count, timestamps, audio length"
-# The Incognito AYUV chunks of the GNU parallel round.
+# The last chunks of the GNU parallel round: Incognito with noise, AYUV.
 "$reelfx" render Incognito -p Noise=0.6 clip.mp4 --format ayuv -o whole.mp4 -y -q
 "$reelfx" join chunk-*.mkv -o joined.mp4 --audio-from clip.mp4 -y -q
 for f in whole.mp4 joined.mp4; do
