@@ -173,11 +173,12 @@ refused "it has size 320x180, not 160x90" chunk-1.mkv large-2.mkv chunk-3.mkv ch
 refused "cut-3.mkv is truncated or damaged" chunk-1.mkv chunk-2.mkv cut-3.mkv chunk-4.mkv
 
 echo "-- Slurm: a job array and a dependent join on a one-node cluster"
+[ "$(id -u)" -eq 0 ] || fail "the one-node Slurm cluster runs as root"
 host=$(hostname -s)
 mkdir -p slurm/state slurm/spool
 cat > slurm/slurm.conf <<EOF
 ClusterName=reelfx
-SlurmctldHost=$host
+SlurmctldHost=$host(127.0.0.1)
 SlurmctldPort=16817
 SlurmdPort=16818
 AuthType=auth/none
@@ -198,7 +199,7 @@ AccountingStorageType=accounting_storage/none
 SelectType=select/cons_tres
 SelectTypeParameters=CR_CPU
 ReturnToService=2
-NodeName=$host CPUs=$(nproc) State=UNKNOWN
+NodeName=$host NodeAddr=127.0.0.1 CPUs=$(nproc) State=UNKNOWN
 PartitionName=farm Nodes=$host Default=YES MaxTime=INFINITE State=UP
 EOF
 export SLURM_CONF="$work/slurm/slurm.conf"
