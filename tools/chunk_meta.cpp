@@ -41,6 +41,33 @@ std::string text(Rational r) {
     return std::to_string(r.num) + "/" + std::to_string(r.den);
 }
 
+// Frame times as runs [first, step, count]: a clip at a constant rate is
+// one run, however long the chunk.
+json stampRuns(const std::vector<int64_t>& stamps) {
+    json runs = json::array();
+    for (size_t i = 0; i < stamps.size();) {
+        const int64_t step = i + 1 < stamps.size() ? stamps[i + 1] - stamps[i] : 0;
+        size_t n = 1;
+        while (i + n < stamps.size() && stamps[i + n] - stamps[i + n - 1] == step) ++n;
+        runs.push_back(json::array({stamps[i], step, n}));
+        i += n;
+    }
+    return runs;
+}
+// At most `limit` stamps: a record cannot make the reader allocate more
+// than its range holds.
+std::vector<int64_t> stampsOf(const json& runs, int64_t limit) {
+    std::vector<int64_t> stamps;
+    for (const json& run : runs) {
+        const auto first = run.at(0).get<int64_t>();
+        const auto step = run.at(1).get<int64_t>();
+        const auto n = run.at(2).get<int64_t>();
+        if (n < 1 || n > limit - static_cast<int64_t>(stamps.size())) return {};
+        for (int64_t k = 0; k < n; ++k) stamps.push_back(first + k * step);
+    }
+    return stamps;
+}
+
 }  // namespace
 
 FrameRange parseFrameRange(const std::string& text) {
@@ -92,7 +119,7 @@ std::string chunkRecordJson(const ChunkRecord& c) {
          json::array({c.colour.space, c.colour.primaries, c.colour.transfer, c.colour.fullRange})},
         {"sourcePixelFormat", c.sourcePixelFormat},
         {"frames", json::array({c.range.first, c.range.end})},
-        {"stamps", c.stamps},
+        {"stamps", stampRuns(c.stamps)},
     };
     return j.dump();
 }
@@ -121,7 +148,7 @@ std::optional<ChunkRecord> parseChunkRecord(const std::string& text) {
         c.sourcePixelFormat = j.at("sourcePixelFormat").get<int32_t>();
         c.range =
             FrameRange{j.at("frames").at(0).get<int64_t>(), j.at("frames").at(1).get<int64_t>()};
-        c.stamps = j.at("stamps").get<std::vector<int64_t>>();
+        c.stamps = stampsOf(j.at("stamps"), c.range.end - c.range.first);
         if (c.range.first < 0 || c.range.end <= c.range.first || c.range.end > c.total ||
             static_cast<int64_t>(c.stamps.size()) != c.range.end - c.range.first)
             return std::nullopt;
