@@ -132,6 +132,21 @@ tags whole.mp4 > a.tags
 tags joined.mp4 > b.tags
 cmp -s a.tags b.tags || fail "joined.mp4 has tags $(cat b.tags), not $(cat a.tags)"
 
+echo "-- a clip whose frame rate changes keeps its timestamps"
+ffmpeg -v error -i clip.mp4 -vf "setpts=PTS+if(gt(N\,60)\,0.5/TB\,0)" -fps_mode vfr \
+    -c:v libx264 -g 25 -c:a copy vfr.mp4
+"$reelfx" plan vfr.mp4 --chunks 3 > vfr-plan.txt
+"$reelfx" render Incognito -p Noise=0.6 vfr.mp4 -o whole-vfr.mkv -y -q
+"$reelfx" render Incognito -p Noise=0.6 vfr.mp4 -o whole-vfr.mp4 -y -q
+parallel --halt now,fail=1 -q "$reelfx" render Incognito -p Noise=0.6 vfr.mp4 --frames {} \
+    -o vfr-{#}.mkv -y -q :::: vfr-plan.txt
+"$reelfx" join vfr-*.mkv -o joined-vfr.mkv --audio-from vfr.mp4 -y -q
+"$reelfx" join vfr-*.mkv -o joined-vfr.mp4 --audio-from vfr.mp4 -y -q
+same_video whole-vfr.mkv joined-vfr.mkv "a changing frame rate"
+stamps whole-vfr.mp4 > a.ts
+stamps joined-vfr.mp4 > b.ts
+cmp -s a.ts b.ts || fail "joined-vfr.mp4 does not have the timestamps of whole-vfr.mp4"
+
 echo "-- re-running a chunk"
 "$reelfx" render Incognito -p Noise=0.6 clip.mp4 --format ayuv --frames 37:75 -o chunk-2.mkv -y -q
 if "$reelfx" render Incognito -p Noise=0.6 clip.mp4 --format ayuv --frames 37:75 -o chunk-2.mkv -q \
