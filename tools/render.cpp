@@ -191,10 +191,9 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
         settings.sourceVideoStream = src.reader->videoStream();
     }
     if (window) {
-        settings.tags.emplace_back(
-            kChunkTag, chunkRecordJson(makeChunkRecord(src, rq, effectName, *window,
-                                                       settings.colour,
-                                                       settings.sourcePixelFormat)));
+        settings.tags.emplace_back(kChunkTag, chunkRecordJson(makeChunkRecord(
+                                                  src, rq, effectName, *window, settings.colour,
+                                                  settings.sourcePixelFormat)));
     }
     VideoWriter writer(settings);
 
@@ -218,7 +217,7 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
         if (it != copied.end()) encoder.packet(packet, st, it->second);
     };
 
-    ProgressBar bar(window            ? window->range.end - window->range.first
+    ProgressBar bar(window           ? window->range.end - window->range.first
                     : src.streamed() ? 0
                                      : static_cast<int64_t>(src.times.size()),
                     !rq.quiet && stderrIsTerminal());
@@ -290,8 +289,7 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
     bar.finish();
     say(rq.quiet,
         "wrote " + outputPath + ": " + std::to_string(done) + " frames, " +
-            std::to_string(inSpan - (window ? window->spanBefore : 0)) +
-            " with " + effectName +
+            std::to_string(inSpan - (window ? window->spanBefore : 0)) + " with " + effectName +
             (copied.empty() ? ""
                             : ", " + std::to_string(copied.size()) + " other stream(s) copied") +
             "; " + writer.description());
