@@ -85,8 +85,13 @@ Chunk readChunk(const std::string& path) {
     Input in;
     openInput(in, path);
     const AVDictionaryEntry* tag = av_dict_get(in.ic->metadata, kChunkTag, nullptr, 0);
-    std::optional<ChunkRecord> record = tag ? parseChunkRecord(tag->value) : std::nullopt;
-    if (!record) refuse(path + " is not a chunk written by reelfx render --frames");
+    if (!tag) refuse(path + " is not a chunk written by reelfx render --frames");
+    std::optional<ChunkRecord> record = parseChunkRecord(tag->value);
+    if (!record) {
+        refuse(path +
+               " holds a chunk record this reelfx cannot read (damaged, or written by "
+               "another version)");
+    }
     const int vs = av_find_best_stream(in.ic, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
     if (vs < 0) refuse(path + " holds no video");
     Chunk c{path, std::move(*record), {}};
