@@ -28,18 +28,12 @@ int64_t parseCount(std::string_view text, const std::string& whole) {
     return v;
 }
 
-json rational(Rational r) {
-    return json::array({r.num, r.den});
-}
+json rational(Rational r) { return json::array({r.num, r.den}); }
 Rational rational(const json& j) {
     return Rational{j.at(0).get<int32_t>(), j.at(1).get<int32_t>()};
 }
-bool same(Rational a, Rational b) {
-    return a.num == b.num && a.den == b.den;
-}
-std::string text(Rational r) {
-    return std::to_string(r.num) + "/" + std::to_string(r.den);
-}
+bool same(Rational a, Rational b) { return a.num == b.num && a.den == b.den; }
+std::string text(Rational r) { return std::to_string(r.num) + "/" + std::to_string(r.den); }
 
 // Frame times as runs [first, step, count]: a clip at a constant rate is
 // one run, however long the chunk.

@@ -57,9 +57,7 @@ void openInput(Input& in, const std::string& path) {
     throw std::runtime_error("cannot join: " + why + "; nothing written");
 }
 
-double secondsOf(int64_t ts, AVRational tb) {
-    return static_cast<double>(ts) * tb.num / tb.den;
-}
+double secondsOf(int64_t ts, AVRational tb) { return static_cast<double>(ts) * tb.num / tb.den; }
 
 // Tags that describe the file they were read from, not the one written.
 void copyTags(AVDictionary** out, const AVDictionary* in) {

@@ -13,6 +13,8 @@
 #include <optional>
 #include <stdexcept>
 
+#include "host/names.h"
+#include "tools/builtin_clip.h"
 #include "tools/chunk_meta.h"
 #include "tools/decode_ahead.h"
 #include "tools/encode_behind.h"
@@ -22,7 +24,6 @@
 #include "tools/params.h"
 #include "tools/progress_bar.h"
 #include "tools/sheet.h"
-#include "tools/test_clip.h"
 #include "tools/video_reader.h"
 #include "tools/video_writer.h"
 
@@ -33,9 +34,7 @@ namespace {
 namespace fs = std::filesystem;
 
 std::string lowerExtension(const std::string& path) {
-    std::string ext = fs::path(path).extension().string();
-    for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return ext;
+    return toLower(fs::path(path).extension().string());
 }
 
 // One picture: .png through libpng, the other picture names through
@@ -303,27 +302,14 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
 
 }  // namespace
 
-std::string effectSlug(const std::string& name) {
-    std::string out;
-    for (char c : name) {
-        if (std::isalnum(static_cast<unsigned char>(c))) {
-            out += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-        } else if (!out.empty() && out.back() != '-') {
-            out += '-';
-        }
-    }
-    while (!out.empty() && out.back() == '-') out.pop_back();
-    return out;
-}
-
 std::string defaultOutputName(const std::string& input, bool stillInput,
                               const std::string& effectName) {
-    if (input.empty()) return effectSlug(effectName) + ".mp4";
+    if (input.empty()) return effectSlug(effectName, '-') + ".mp4";
     if (input == "-") return "-";
     const fs::path p(input);
     std::string ext = stillInput ? ".png" : p.extension().string();
     if (ext.empty()) ext = ".mkv";
-    return p.stem().string() + "-" + effectSlug(effectName) + ext;
+    return p.stem().string() + "-" + effectSlug(effectName, '-') + ext;
 }
 
 void runRender(const Module& module, const RenderRequest& rq) {

@@ -45,8 +45,6 @@ struct SheetRequest {
 void runRender(const Module& module, const RenderRequest& request);
 void runSheet(const Module& module, const SheetRequest& request);
 
-// "Fade To Black" -> "fade-to-black"
-std::string effectSlug(const std::string& name);
 // The output name used when -o is left out.
 std::string defaultOutputName(const std::string& input, bool stillInput,
                               const std::string& effectName);
