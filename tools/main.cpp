@@ -17,6 +17,7 @@ extern "C" {
 #include "host/host.h"
 #include "tools/builtin_clip.h"
 #include "tools/describe.h"
+#include "tools/farm_cli.h"
 #include "tools/output_file.h"
 #include "tools/params.h"
 #include "tools/render.h"
@@ -130,6 +131,11 @@ int main(int argc, char** argv) {
         ->type_name("NAME");
     render->add_option("--pix-fmt", rq.pixelFormat, "Pixel format of the encoded video")
         ->type_name("NAME");
+    render
+        ->add_option("--frames", rq.frames,
+                     "Render only source frames A to B-1 (from 0) as a chunk for reelfx join: "
+                     "lossless .mkv, no audio, the frames exactly as in a whole render")
+        ->type_name("A:B");
     render->add_flag("--no-audio", rq.noAudio,
                      "Leave the input's audio out (subtitles and data are still copied)");
     render->add_flag("-q,--quiet", rq.quiet, "No progress bar, no summary");
@@ -164,6 +170,8 @@ int main(int argc, char** argv) {
         ->capture_default_str();
     sheet->add_flag("-q,--quiet", sq.quiet, "No summary");
     overwriteFlags(sheet);
+    FarmCommands farm;
+    addFarmCommands(app, farm, overwriteFlags);
 
     try {
         app.parse(argc, argv);
@@ -183,6 +191,7 @@ int main(int argc, char** argv) {
                        : neverOverwrite ? Overwrite::Never
                                         : Overwrite::Ask);
     try {
+        if (runFarmCommand(farm)) return 0;
         Module module(findModule(modulePath));
         const std::vector<EffectInfo> catalogue = module.catalogue();
         if (*list) {

@@ -17,7 +17,8 @@ struct RenderRequest {
     std::vector<std::string> params;  // NAME=VALUE
     std::string format = "argb";
     std::optional<std::string> span;
-    std::optional<double> progress;  // still output only
+    std::optional<std::string> frames;  // "A:B": a chunk of frames A to B - 1
+    std::optional<double> progress;     // still output only
     std::optional<std::string> displayAspect;
     std::optional<std::string> pictureAspect;
     std::optional<std::string> size;  // built-in clip
