@@ -105,9 +105,8 @@ REELFX_CLONES void rowKeys(const uint32_t* row, int32_t x0, int32_t x1, uint8_t*
 // One search row over a run of columns: each column's candidate, packed
 // as excess << 8 | scan index in 16 bits (a key not above its anchor's
 // gives 0xFFFF, above every real candidate), lowers that column's best.
-REELFX_CLONES void lowerColumnBest(
-    const uint8_t* key, const int16_t* above, const uint8_t* offset, uint16_t first,
-    uint16_t* best, int32_t n) {
+REELFX_CLONES void lowerColumnBest(const uint8_t* key, const int16_t* above, const uint8_t* offset,
+                                   uint16_t first, uint16_t* best, int32_t n) {
     for (int32_t x = 0; x < n; ++x) {
         const int32_t excess = key[x] - above[x];
         const uint32_t none = static_cast<uint32_t>(excess >> 31);  // all ones below 0
@@ -207,10 +206,16 @@ int32_t listReaching(const Patch* row, int32_t iFrom, int32_t iTo, int32_t py, i
     return m;
 }
 
+#ifdef __SSE2__
+// Segments are painted through a window of this many pixels when it ends
+// inside the painted columns.
+constexpr int32_t kWindow = 16;
+#endif
+
 // Paints the listed patches over the columns [x0, x1) of one row, each cut
 // where the next begins (`rowKey` and `out` indexed by column).
-void paintReaching(const Patch* const* reaching, int32_t m, int32_t x0, int32_t x1,
-                   int32_t side, const uint8_t* rowKey, uint32_t* out) {
+void paintReaching(const Patch* const* reaching, int32_t m, int32_t x0, int32_t x1, int32_t side,
+                   const uint8_t* rowKey, uint32_t* out) {
     for (int32_t j = 0; j < m; ++j) {
         const Patch* p = reaching[j];
         const int32_t from = std::max(p->left, x0);
@@ -220,6 +225,36 @@ void paintReaching(const Patch* const* reaching, int32_t m, int32_t x0, int32_t 
         // good as random.
         const uint32_t lo = p->low, change = lo ^ p->high;
         const int32_t key = p->key;
+#ifdef __SSE2__
+        const int32_t length = to - from;
+        if (length > 0 && length <= kWindow && from + kWindow <= x1) {
+            // One window of fixed width, so no loop's length depends on the
+            // data; the pixels past the segment are written back as they are
+            // (a later segment of the row repaints them if it must).
+            const __m128i keyV = _mm_set1_epi32(key);
+            const __m128i loV = _mm_set1_epi32(static_cast<int32_t>(lo));
+            const __m128i changeV = _mm_set1_epi32(static_cast<int32_t>(change));
+            const __m128i lengthV = _mm_set1_epi32(length);
+            const __m128i zero = _mm_setzero_si128();
+            const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rowKey + from));
+            const __m128i low8 = _mm_unpacklo_epi8(bytes, zero);
+            const __m128i high8 = _mm_unpackhi_epi8(bytes, zero);
+            const __m128i words[4] = {
+                _mm_unpacklo_epi16(low8, zero), _mm_unpackhi_epi16(low8, zero),
+                _mm_unpacklo_epi16(high8, zero), _mm_unpackhi_epi16(high8, zero)};
+            auto* o = reinterpret_cast<__m128i*>(out + from);
+            for (int32_t q = 0; q < 4; ++q) {
+                const __m128i lane = _mm_setr_epi32(4 * q, 4 * q + 1, 4 * q + 2, 4 * q + 3);
+                const __m128i inside = _mm_cmpgt_epi32(lengthV, lane);
+                const __m128i brighter = _mm_cmpgt_epi32(words[q], keyV);
+                const __m128i v = _mm_xor_si128(loV, _mm_and_si128(changeV, brighter));
+                const __m128i old = _mm_loadu_si128(o + q);
+                _mm_storeu_si128(
+                    o + q, _mm_or_si128(_mm_and_si128(inside, v), _mm_andnot_si128(inside, old)));
+            }
+            continue;
+        }
+#endif
         int32_t px = from;
 #ifdef __SSE2__
         // Four at a time: the keys widened to words, compared as signed
@@ -255,9 +290,8 @@ void paintReaching(const Patch* const* reaching, int32_t m, int32_t x0, int32_t 
 
 // One row painted from colours spread over its columns: the brighter one
 // where the source key is above the anchor's.
-REELFX_CLONES void paintSpread(
-    const uint8_t* key, const uint8_t* anchorKey, const uint32_t* low, const uint32_t* change,
-    uint32_t* out, int32_t n) {
+REELFX_CLONES void paintSpread(const uint8_t* key, const uint8_t* anchorKey, const uint32_t* low,
+                               const uint32_t* change, uint32_t* out, int32_t n) {
     for (int32_t x = 0; x < n; ++x) {
         const uint32_t brighter = 0u - static_cast<uint32_t>(key[x] > anchorKey[x]);
         out[x] = low[x] ^ (change[x] & brighter);
