@@ -91,7 +91,7 @@ void paintAnchorsInOrder(const Grid& g, int64_t firstRow, int64_t firstColumn) {
 }
 
 // The row-wise painter keeps the patches of the anchor rows that reach the
-// current row, and the keys of one row, in fixed buffers.
+// current row, and the keys of the rows last used, in fixed buffers.
 constexpr int32_t kMaxSearchHalf = 7;  // 15 x 15 search squares: indices fit a byte
 constexpr int32_t kPatchBudget = 1024;
 constexpr int32_t kMaxSpan = 2048;
@@ -100,6 +100,37 @@ constexpr int32_t kMaxRowsKept = 64;
 // Keys of the words [x0, x1) of a row, one byte each.
 REELFX_CLONES void rowKeys(const uint32_t* row, int32_t x0, int32_t x1, uint8_t* keys) {
     for (int32_t x = x0; x < x1; ++x) keys[x - x0] = static_cast<uint8_t>(brightnessKey(row[x]));
+}
+
+// The keys of the columns [x0, x1) of the last rows asked for, each row in
+// the slot of its number modulo kKeyRows: the search reads every row once
+// and the painter reads it again a few rows later, so each row's keys are
+// worked out once.
+constexpr int32_t kKeyRows = 16;
+struct KeyRows {
+    const uint32_t* src;
+    int64_t pitch;
+    int32_t x0, x1;
+    int32_t row[kKeyRows];
+    uint8_t keys[kKeyRows][kMaxSpan + 16];
+};
+
+void resetKeyRows(KeyRows& k, const Grid& g, int32_t x0, int32_t x1) {
+    k.src = g.src;
+    k.pitch = g.pitch;
+    k.x0 = x0;
+    k.x1 = x1;
+    std::fill_n(k.row, kKeyRows, -1);
+}
+
+// The keys of row y, indexed from column k.x0.
+const uint8_t* keysOfRow(KeyRows& k, int32_t y) {
+    const int32_t slot = y % kKeyRows;
+    if (k.row[slot] != y) {
+        rowKeys(k.src + y * k.pitch, k.x0, k.x1, k.keys[slot]);
+        k.row[slot] = y;
+    }
+    return k.keys[slot];
 }
 
 // One search row over a run of columns: each column's candidate, packed
@@ -125,7 +156,7 @@ REELFX_CLONES void lowerColumnBest(const uint8_t* key, const int16_t* above, con
 // is searched for anchor i on its own. Columns and rows outside the
 // picture read as key 0, never brighter than an anchor: they are left out.
 void searchRow(const Grid& g, int32_t ay, int32_t i0, int32_t i1, const uint8_t* offset,
-               Patch* patches, uint8_t* keys) {
+               Patch* patches, KeyRows& keyRows) {
     const int32_t y = ay * g.n;
     const int32_t n = g.n, h = g.h;
     const int32_t side = 2 * h + 1;
@@ -155,7 +186,7 @@ void searchRow(const Grid& g, int32_t ay, int32_t i0, int32_t i1, const uint8_t*
     for (int32_t dy = -h; dy <= h; ++dy) {
         const int32_t sy = y + dy;
         if (sy < 0 || sy >= g.height) continue;
-        rowKeys(g.src + sy * g.pitch, x0, x1, keys);
+        const uint8_t* keys = keysOfRow(keyRows, sy) + (x0 - keyRows.x0);
         const auto first = static_cast<uint16_t>((dy + h) * side);
         lowerColumnBest(keys, above, offset, first, best, span);
         if (even) {
@@ -305,7 +336,7 @@ REELFX_CLONES void paintSpread(const uint8_t* key, const uint8_t* anchorKey, con
 // the row is cut where the next one reaching it begins: that one paints
 // over the rest anyway.
 void paintColumns(const Grid& g, int32_t c0, int32_t c1, int32_t rowsKept, Patch* patches,
-                  uint8_t* keys) {
+                  KeyRows& keyRows) {
     const int32_t n = g.n, h = g.h, side = g.side, reach = h * g.k;
     const int32_t lastAnchor = (g.width - 1) / n;
     const int32_t lastAnchorRow = (g.height - 1) / n;
@@ -337,6 +368,9 @@ void paintColumns(const Grid& g, int32_t c0, int32_t c1, int32_t rowsKept, Patch
         for (int32_t x = x0, j = x0 - (i0 * n - h); x < x1; ++x, j = j + 1 == n ? 0 : j + 1) {
             offset[x - x0] = static_cast<uint8_t>(j);
         }
+        // The search reaches past the strip on both sides, except at the
+        // picture's right end, where its last columns can stop short of it.
+        resetKeyRows(keyRows, g, std::min(x0, c0), std::max(x1, c1));
     }
     int32_t searched = -1;  // the last anchor row searched
     for (int32_t py = 0; py < g.height; ++py) {
@@ -346,7 +380,7 @@ void paintColumns(const Grid& g, int32_t c0, int32_t c1, int32_t rowsKept, Patch
         while (searched < a1) {
             ++searched;
             Patch* row = patches + (searched % rowsKept) * count;
-            searchRow(g, searched, i0, i1, offset, row, keys);
+            searchRow(g, searched, i0, i1, offset, row, keyRows);
             int32_t lowest = row[0].top, highest = row[0].top;
             bool gapless = true;
             for (int32_t i = 0; i < count; ++i) {
@@ -358,8 +392,7 @@ void paintColumns(const Grid& g, int32_t c0, int32_t c1, int32_t rowsKept, Patch
             const int32_t right = gapless ? std::min(row[count - 1].left + side, c1) : left;
             spans[searched % rowsKept] = Span{lowest, highest + side, left, std::max(left, right)};
         }
-        rowKeys(g.src + py * g.pitch, c0, c1, keys);
-        const uint8_t* rowKey = keys - c0;
+        const uint8_t* rowKey = keysOfRow(keyRows, py) - keyRows.x0;
         uint32_t* out = g.dst + py * g.pitch;
         // Paints the patches of one anchor row that reach row py, within
         // the columns [x0, x1); `all` when every patch of the row does.
@@ -469,10 +502,10 @@ void renderMosaic(const FrameContext* ctx, const ParameterBlock* block, uint32_t
         g.indexColumn[i] = static_cast<int8_t>(i % (2 * h + 1) - h);
     }
     Patch patches[kPatchBudget];
-    uint8_t keys[kMaxSpan];
+    KeyRows keyRows;
     for (int64_t c0 = 0; c0 < width; c0 += strip) {
         const int32_t c1 = static_cast<int32_t>(std::min<int64_t>(c0 + strip, width));
         paintColumns(g, static_cast<int32_t>(c0), c1, static_cast<int32_t>(rowsKept), patches,
-                     keys);
+                     keyRows);
     }
 }
