@@ -356,8 +356,9 @@ void paintColumns(const Grid& g, int32_t c0, int32_t c1, int32_t rowsKept, Patch
     // The colours of the last anchor row that covered a whole row, spread
     // over its columns: every row it covers is then painted in one loop.
     int32_t spread = -1;
-    uint8_t spreadKey[kMaxSpan];
-    uint32_t spreadLow[kMaxSpan], spreadChange[kMaxSpan];
+    // (16 more than the widest strip: see below.)
+    uint8_t spreadKey[kMaxSpan + 16];
+    uint32_t spreadLow[kMaxSpan + 16], spreadChange[kMaxSpan + 16];
     // Each search column's offset in its anchor's search row: 0 ... N - 1
     // repeating from the first anchor's first column, the same in every
     // anchor row.
@@ -432,10 +433,19 @@ void paintColumns(const Grid& g, int32_t c0, int32_t c1, int32_t rowsKept, Patch
                     const int32_t from = std::max(p->left, coverLeft);
                     int32_t to = std::min(p->left + side, coverRight);
                     if (j + 1 < m) to = std::min(to, reaching[j + 1]->left);
-                    for (int32_t x = from; x < to; ++x) {
-                        spreadKey[x - c0] = static_cast<uint8_t>(p->key);
-                        spreadLow[x - c0] = p->low;
-                        spreadChange[x - c0] = p->low ^ p->high;
+                    // Sixteen columns at a time, so the loop's length
+                    // hardly depends on the data: the segments are
+                    // contiguous and spread in order, so the columns written
+                    // past a segment's end are the next one's (spread after
+                    // it) or lie past coverRight, where nothing is read.
+                    const auto key = static_cast<uint8_t>(p->key);
+                    const uint32_t low = p->low, change = p->low ^ p->high;
+                    for (int32_t x = from - c0; x < to - c0; x += 16) {
+                        for (int32_t t = 0; t < 16; ++t) {
+                            spreadKey[x + t] = key;
+                            spreadLow[x + t] = low;
+                            spreadChange[x + t] = change;
+                        }
                     }
                 }
             }
