@@ -255,6 +255,21 @@ inline uint32_t plainPixel(uint32_t p, bool lit, uint32_t g) {
     }
 }
 
+// The same with no fade (g = 0): keep * s >> 16 is s itself and the
+// source's share is 0, so a lit pixel is the source made opaque and a dark
+// one the dark value in every shaded byte.
+template <bool kAyuv>
+inline uint32_t unfadedPixel(uint32_t p, bool lit) {
+    const uint32_t b0 = p & 0xFF, b1 = (p >> 8) & 0xFF, b2 = (p >> 16) & 0xFF;
+    const uint32_t dk = (b0 + b1 + b2 + (p >> 24)) / 15;
+    if constexpr (kAyuv) {
+        const uint32_t s = lit ? b2 : dk;
+        return 0xFF000000u | (s << 16) | (p & 0xFFFFu);
+    } else {
+        return 0xFF000000u | (lit ? p : dk * 0x010101u);
+    }
+}
+
 // Lights n pixels of one row: first every pixel's class (in vector lanes),
 // then the dark and lit pixels, then the few in the band one at a time. A
 // band pixel keeps the source until its turn, so a picture lit in place
@@ -285,10 +300,18 @@ __attribute__((always_inline)) inline void lightRow(uint32_t* out, const uint32_
         bands += cls[i] == kBand;
         --near;
     }
-    for (int32_t i = 0; i < n; ++i) {
-        const uint32_t p = in[i];
-        const uint32_t q = plainPixel<kAyuv>(p, cls[i] == kLit, g);
-        out[i] = cls[i] == kBand ? p : q;
+    if (g == 0) {
+        for (int32_t i = 0; i < n; ++i) {
+            const uint32_t p = in[i];
+            const uint32_t q = unfadedPixel<kAyuv>(p, cls[i] == kLit);
+            out[i] = cls[i] == kBand ? p : q;
+        }
+    } else {
+        for (int32_t i = 0; i < n; ++i) {
+            const uint32_t p = in[i];
+            const uint32_t q = plainPixel<kAyuv>(p, cls[i] == kLit, g);
+            out[i] = cls[i] == kBand ? p : q;
+        }
     }
     for (int32_t i = 0; bands > 0 && i < n; ++i) {
         if (cls[i] != kBand) continue;
