@@ -47,7 +47,7 @@ static_assert(darkScaleIsExact());
 // are computed once per band into these small arrays, then the band's rows
 // of the strip are walked one by one.
 constexpr int32_t kStripColumns = 256;
-constexpr int32_t kBandRows = 32;
+constexpr int32_t kBandRows = 16;
 
 struct Point {
     double x, y;
