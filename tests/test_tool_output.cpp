@@ -303,7 +303,7 @@ TEST_F(ToolOutput, SignalsLeaveNoPartialFile) {
     const std::string piped = "render|Lantern|--size|320x180|--duration|3000|-o|-";
     // Waits for the temporary file (or a moment, for the still) before the signal.
     const std::string waitPart =
-        "i=0; while ! ls .long.mkv.*.part >/dev/null 2>&1 && [ $i -lt 600 ]; do sleep 0.05; "
+        "i=0; while ! ls .reelfx-* >/dev/null 2>&1 && [ $i -lt 600 ]; do sleep 0.05; "
         "i=$((i+1)); done";
     const std::string stuckReader = "mkfifo p; sleep 30 <p & reader=$!; ";
     const struct {

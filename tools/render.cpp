@@ -40,7 +40,7 @@ std::string lowerExtension(const std::string& path) {
 // One picture: .png through libpng, the other picture names through
 // FFmpeg's image encoders. "out_%04d.png" is a sequence, written as video.
 bool isStillName(const std::string& path) {
-    if (path == "-" || isSequenceName(path)) return false;
+    if (path == "-" || isPictureSequence(path)) return false;
     const std::string ext = lowerExtension(path);
     for (const char* still :
          {".png", ".jpg", ".jpeg", ".tif", ".tiff", ".bmp", ".ppm", ".pgm", ".pam", ".tga"}) {
@@ -98,7 +98,7 @@ void writeStill(const std::string& outputPath, const Picture& words, uint32_t fo
     OutputFile out(outputPath);
     const Picture argb = fourcc == kFourccAyuv ? toArgb(words) : words;
     if (lowerExtension(outputPath) == ".png") {
-        writePng(out.path(), argb);
+        writePng(out.path(), argb, outputPath);
     } else {
         writePicture(out.path(), outputPath, argb);
     }
@@ -332,13 +332,15 @@ void runRender(const Module& module, const RenderRequest& rq) {
     if (rq.span && stillOutput && src.kind == Source::Kind::Still) {
         throw UsageError("--span needs a video: a still has no time (use --progress for a still)");
     }
-    if (!rq.input.empty() && rq.input != "-" && outputPath != "-") {
-        std::error_code ec;
-        if (fs::equivalent(rq.input, outputPath, ec))
-            throw UsageError("the output would overwrite the input");
+    if (const std::string several = severalFilesFormat(outputPath); !several.empty()) {
+        throw UsageError("cannot write " + outputPath + ": " + several +
+                         " writes files of its own beside it, which reelfx cannot write safely; "
+                         "write .mp4 or .mkv and package that with ffmpeg");
     }
-    // Asked before the work, not after it.
-    confirmOverwrite(outputPath);
+    // Asked before the work, not after it, for every name the output takes;
+    // no output replaces a file the run reads.
+    protectInput(rq.input);
+    confirmOverwrite(outputPath, src.streamed() ? 0 : static_cast<int64_t>(src.times.size()));
     // A video's sample aspect ratio makes its display aspect differ from its
     // pixel size; the host hands the module the shape as shown.
     if (!rq.displayAspect && src.sampleAspect.known() &&
@@ -364,6 +366,7 @@ void runSheet(const Module& module, const SheetRequest& rq) {
     if (rq.tileWidth < 16 || rq.tileWidth > 4096)
         throw UsageError("--tile-width takes 16 to 4096 pixels");
     if (rq.columns < 1 || rq.columns > 25) throw UsageError("--columns takes 1 to 25");
+    protectInput(rq.input);
     confirmOverwrite(rq.output);
     Picture tile;
     if (rq.input.empty()) {
@@ -395,7 +398,7 @@ void runSheet(const Module& module, const SheetRequest& rq) {
     options.columns = rq.columns;
     const Picture sheet = makeSheet(module, tile, options);
     OutputFile out(rq.output);
-    writePng(out.path(), sheet);
+    writePng(out.path(), sheet, rq.output);
     out.commit();
     say(rq.quiet, "wrote " + rq.output + " (" + std::to_string(sheet.width) + "x" +
                       std::to_string(sheet.height) + ")");

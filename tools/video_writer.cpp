@@ -68,7 +68,7 @@ struct VideoWriter::State {
             if (av_dict_set(&options, "movflags", "+faststart", 0) < 0) throw std::bad_alloc();
         }
         // A still name without a frame number is written over, not numbered.
-        if (name == "image2" && !isSequenceName(settings.containerName) &&
+        if (name == "image2" && !isPictureSequence(settings.containerName) &&
             av_dict_set(&options, "update", "1", 0) < 0) {
             av_dict_free(&options);
             throw std::bad_alloc();
@@ -260,6 +260,16 @@ bool isMpeg12(AVCodecID id) {
 
 bool knownVideoContainer(const std::string& name) {
     return guessContainer(name) != nullptr;
+}
+
+std::string severalFilesFormat(const std::string& name) {
+    const AVOutputFormat* of = guessContainer(name);
+    if (!of) return {};
+    for (const char* several : {"dash", "hls", "segment", "stream_segment", "smoothstreaming",
+                                "webm_chunk", "tee", "fifo"}) {
+        if (std::strcmp(of->name, several) == 0) return of->long_name ? of->long_name : of->name;
+    }
+    return {};
 }
 
 VideoWriter::VideoWriter(const VideoOutputSettings& settings) : s_(std::make_unique<State>()) {
