@@ -1,5 +1,7 @@
 #include "tools/av_support.h"
 
+#include <sys/resource.h>
+
 #include <cstring>
 #include <new>
 #include <stdexcept>
@@ -10,6 +12,18 @@ std::string avError(int code) {
     char buf[AV_ERROR_MAX_STRING_SIZE] = {};
     av_strerror(code, buf, sizeof buf);
     return buf;
+}
+
+std::string avFailure(int code) {
+    if (code == AVERROR(ENOMEM)) throw std::bad_alloc();
+    std::string text = avError(code);
+    rlimit limit{};
+    if ((code == AVERROR_EXTERNAL || code == AVERROR_UNKNOWN) &&
+        ::getrlimit(RLIMIT_AS, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY) {
+        text += " (out of memory? the address space is limited to " +
+                std::to_string(limit.rlim_cur >> 20) + " MB)";
+    }
+    return text;
 }
 
 bool isRgbFormat(AVPixelFormat f) {

@@ -16,6 +16,11 @@ extern "C" {
 namespace reelfx::tool {
 
 std::string avError(int code);
+// FFmpeg's text for a failure of a call that allocates: std::bad_alloc for
+// ENOMEM; an external library's unnamed failure (x264 that could not
+// allocate) says that memory may be the cause when the process's address
+// space is limited.
+std::string avFailure(int code);
 
 inline AVRational toAv(Rational r) {
     return AVRational{r.num, r.den};

@@ -5,9 +5,10 @@
 // the command line, 130 interrupted.
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
-#include <iostream>
 #include <new>
 
 extern "C" {
@@ -42,6 +43,17 @@ std::string findModule(const std::string& requested) {
         if (std::filesystem::exists(beside, ec)) return beside.string();
     }
     return Module::defaultPath();
+}
+
+// Standard output to a full disk or a closed pipe is an error like any
+// other file's.
+void printOut(const std::string& text) {
+    errno = 0;
+    if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() ||
+        std::fflush(stdout) != 0) {
+        throw std::runtime_error(std::string("cannot write to standard output: ") +
+                                 std::strerror(errno != 0 ? errno : EIO));
+    }
 }
 
 const char* kFooter =
@@ -188,22 +200,15 @@ int main(int argc, char** argv) {
         Module module(findModule(modulePath));
         const std::vector<EffectInfo> catalogue = module.catalogue();
         if (*list) {
-            if (json) {
-                std::cout << listJson(catalogue).dump(2) << "\n";
-            } else {
-                std::cout << listText(catalogue);
-            }
+            printOut(json ? listJson(catalogue).dump(2) + "\n" : listText(catalogue));
         } else if (*info) {
             const int32_t index = findEffect(catalogue, infoEffect);
             const Size frame = parseSize(infoSize);
             Instance instance(module, index, frame.width, frame.height);
             const EffectInfo& e = catalogue[static_cast<size_t>(index)];
-            if (json) {
-                std::cout << infoJson(e, instance.parameters(), frame.width, frame.height).dump(2)
-                          << "\n";
-            } else {
-                std::cout << infoText(e, instance.parameters(), frame.width, frame.height);
-            }
+            printOut(json ? infoJson(e, instance.parameters(), frame.width, frame.height).dump(2) +
+                                "\n"
+                          : infoText(e, instance.parameters(), frame.width, frame.height));
         } else if (*render) {
             if (!span.empty()) rq.span = span;
             if (!displayAspect.empty()) rq.displayAspect = displayAspect;

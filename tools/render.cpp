@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <limits>
 #include <map>
 #include <memory>
 #include <optional>
@@ -143,6 +144,15 @@ void renderStill(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
                              (damage.empty() ? std::string() : " (" + damage + ")"));
 }
 
+// One frame's length in the source's time base (at least 1).
+int64_t frameStep(const Source& src) {
+    const Rational rate = src.frameRate.known() ? src.frameRate : Rational{25, 1};
+    const Rational tb = src.timeBase.known() ? src.timeBase : Rational{rate.den, rate.num};
+    const double step = static_cast<double>(rate.den) * tb.den /
+                        (static_cast<double>(rate.num) * tb.num);
+    return std::max<int64_t>(1, std::llround(step));
+}
+
 void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& span,
                  uint32_t fourcc, const std::string& outputPath, const std::string& effectName) {
     // A stream's length is not known before it ends: without the span's end
@@ -221,8 +231,16 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
     DecodedFrame frame;
     size_t inSpan = 0;
     int64_t done = 0;
+    // Stamps that restart or jump (MPEG-TS files joined with cat) are made
+    // to run on, as ffmpeg does.
+    SteadyStamps stamps;
+    const int64_t step = frameStep(src);
+    const int64_t maxGap = src.kind == Source::Kind::Video && src.reader->info().stampsMayJump
+                               ? step * 250
+                               : std::numeric_limits<int64_t>::max();
     while (next(frame)) {
         throwIfInterrupted();
+        frame.pts = stamps.next(frame.pts, step, maxGap);
         // Progress runs from 0 on the span's first frame to 1 on its last;
         // frames outside the span pass through unchanged.
         if (span.contains(frame.time) && (!count || inSpan < n)) {
@@ -244,6 +262,7 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
     ahead.reset();
     // A damaged input gives the frames that could be decoded, and says so.
     const std::string damage = src.reader ? src.reader->damage() : std::string();
+    const bool shrank = src.reader && src.reader->shrank();
     if (done == 0) {
         throw std::runtime_error(src.name + ": no frame could be decoded" +
                                  (damage.empty() ? std::string() : " (" + damage + ")"));
@@ -257,11 +276,29 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
             (copied.empty() ? ""
                             : ", " + std::to_string(copied.size()) + " other stream(s) copied") +
             "; " + writer.description());
-    if (!damage.empty()) {
-        std::fprintf(
-            stderr,
-            "reelfx: warning: %s is damaged: %s; wrote the %lld frames that could be decoded\n",
-            src.name.c_str(), damage.c_str(), static_cast<long long>(done));
+    const std::string ofAll =
+        src.streamed() ? std::string() : " of its " + std::to_string(src.times.size());
+    if (shrank) {
+        std::fprintf(stderr,
+                     "reelfx: warning: %s shrank while it was read: wrote the %lld%s frames that "
+                     "could be read; the rest could not be read\n",
+                     src.name.c_str(), static_cast<long long>(done), ofAll.c_str());
+    } else if (!damage.empty()) {
+        std::fprintf(stderr,
+                     "reelfx: warning: %s is damaged: %s; wrote the %lld%s frames that could be "
+                     "decoded\n",
+                     src.name.c_str(), damage.c_str(), static_cast<long long>(done), ofAll.c_str());
+    } else if (!src.streamed() && done < static_cast<int64_t>(src.times.size())) {
+        std::fprintf(stderr,
+                     "reelfx: warning: %s changed while it was read: wrote the %lld%s frames that "
+                     "could be read; the rest could not be read\n",
+                     src.name.c_str(), static_cast<long long>(done), ofAll.c_str());
+    }
+    if (stamps.moves > 0) {
+        std::fprintf(stderr,
+                     "reelfx: warning: the timestamps of %s start again or jump %lld time(s); "
+                     "the frames were written one after another\n",
+                     src.name.c_str(), static_cast<long long>(stamps.moves));
     }
 }
 

@@ -1,5 +1,7 @@
 #include "tools/video_reader.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <new>
@@ -7,6 +9,7 @@
 #include <vector>
 
 #include "tools/av_support.h"
+#include "tools/interrupt.h"
 
 namespace reelfx::tool {
 
@@ -25,6 +28,7 @@ struct VideoReader::State {
     int64_t badPackets = 0;
     bool cutShort = false;
     double endsAt = 0.0, claimed = -1.0;  // seconds, when the frames stop early
+    int64_t bytesAtOpen = -1;             // a regular file's size
     VideoInfo info;
     Converter toRgb, toYuv;
     Planes yuv;
@@ -69,6 +73,7 @@ constexpr int64_t kMaxSide = 16384;
 // A read that failed (a disk error, a pipe cut) as opposed to the end of the
 // data or data that makes no sense.
 void throwIfReadError(const AVFormatContext* ic, const std::string& path) {
+    throwIfInterrupted();
     if (ic->pb && ic->pb->error < 0 && ic->pb->error != AVERROR_EOF)
         throw std::runtime_error("cannot read " + path + ": " + avError(ic->pb->error));
 }
@@ -85,8 +90,15 @@ OpenedInput openInput(const std::string& path, Rational sequenceRate) {
     if (sequenceRate.known())
         options.set("framerate",
                     std::to_string(sequenceRate.num) + "/" + std::to_string(sequenceRate.den));
+    // A signal ends a read that waits for a pipe's writer (standard input,
+    // a FIFO): FFmpeg asks the callback when the read returns EINTR.
+    in.ic = avformat_alloc_context();
+    if (!in.ic) throw std::bad_alloc();
+    in.ic->interrupt_callback.callback = interruptCallback;
     int r = avformat_open_input(&in.ic, url.c_str(), nullptr, &options.d);
     if (r < 0) {
+        throwIfInterrupted();
+        if (r == AVERROR(ENOMEM)) throw std::bad_alloc();
         throw std::runtime_error("cannot read " + path + " as a picture or video: " + avError(r));
     }
     // The header's picture size is checked against the file before any
@@ -108,8 +120,10 @@ OpenedInput openInput(const std::string& path, Rational sequenceRate) {
     }
     r = avformat_find_stream_info(in.ic, perStream.empty() ? nullptr : perStream.data());
     for (AVDictionary*& d : perStream) av_dict_free(&d);
-    if (r < 0) {
+    if (r < 0 || interrupted()) {
         avformat_close_input(&in.ic);
+        throwIfInterrupted();
+        if (r == AVERROR(ENOMEM)) throw std::bad_alloc();
         throw std::runtime_error("cannot read " + path + ": " + avError(r));
     }
     return in;
@@ -212,6 +226,11 @@ bool isImageSequence(const std::string& path) {
     return path != "-" && av_filename_number_test(path.c_str()) != 0;
 }
 
+bool isPipe(const std::string& path) {
+    struct stat st {};
+    return path == "-" || (::stat(path.c_str(), &st) == 0 && S_ISFIFO(st.st_mode));
+}
+
 VideoReader::VideoReader(const std::string& path, Rational sequenceRate)
     : s_(std::make_unique<State>()) {
     State& s = *s_;
@@ -278,13 +297,16 @@ VideoReader::VideoReader(const std::string& path, Rational sequenceRate)
                             isFullRangeFormat(static_cast<AVPixelFormat>(st->codecpar->format));
     info.codec = codec->name;
     info.container = s.ic->iformat->name;
+    info.stampsMayJump = (s.ic->iformat->flags & AVFMT_TS_DISCONT) != 0;
+    if (struct stat file {}; ::stat(path.c_str(), &file) == 0 && S_ISREG(file.st_mode))
+        s.bytesAtOpen = file.st_size;
     for (unsigned i = 0; i < s.ic->nb_streams; ++i) {
         if (s.ic->streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) ++info.otherStreams;
     }
 
-    // Standard input is read once, as it arrives: its frames' times come
-    // with the frames.
-    if (path == "-") {
+    // Standard input and FIFOs are read once, as they arrive: their
+    // frames' times come with the frames.
+    if (isPipe(path)) {
         info.streamed = true;
         s.startPts = st->start_time;
         return;
@@ -348,6 +370,12 @@ std::string VideoReader::damage() const {
         out += std::string(out.empty() ? "" : "; ") + text;
     }
     return out;
+}
+
+bool VideoReader::shrank() const {
+    struct stat file {};
+    return s_->bytesAtOpen >= 0 &&
+           (::stat(s_->path.c_str(), &file) != 0 || file.st_size < s_->bytesAtOpen);
 }
 
 const VideoInfo& VideoReader::info() const {

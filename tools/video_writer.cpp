@@ -6,6 +6,7 @@ extern "C" {
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 #include <map>
 #include <new>
 #include <stdexcept>
@@ -33,6 +34,7 @@ struct VideoWriter::State {
     bool fileOpen = false;
     Converter fromRgb, fromYuv;
     Planes yuv;
+    std::map<int32_t, SteadyStamps> copiedStamps;  // by output stream
 
     ~State() {
         av_packet_free(&pkt);
@@ -50,12 +52,16 @@ struct VideoWriter::State {
     // interrupted instead.
     [[noreturn]] void failWrite(int r) const {
         throwIfInterrupted();
-        throw std::runtime_error("cannot write " + settings.containerName + ": " + avError(r));
+        const std::string what = settings.containerName == "-"
+                                     ? "- (standard output)"
+                                     : settings.containerName;
+        throw std::runtime_error("cannot write " + what + ": " + avFailure(r) +
+                                 (r == AVERROR(EPIPE) ? "; the reading end was closed" : ""));
     }
     [[noreturn]] void failEncode(int r) const {
         throwIfInterrupted();
         throw std::runtime_error("cannot encode video for " + settings.containerName + ": " +
-                                 avError(r));
+                                 avFailure(r));
     }
 
     void writeHeader() {
@@ -86,9 +92,11 @@ struct VideoWriter::State {
                 streams += std::string(i ? ", " : "") + avcodec_get_name(par->codec_id) + " " +
                            (kind ? kind : "data");
             }
+            const bool matroska = std::strcmp(oc->oformat->name, "matroska") == 0;
             throw std::runtime_error(
                 "cannot write " + settings.containerName + ": the " + oc->oformat->name +
-                " container refused " + streams + " (" + avError(r) + "); .mkv holds them all" +
+                " container refused " + streams + " (" + avFailure(r) + ")" +
+                (matroska ? "; choose another --codec" : "; .mkv holds them all") +
                 (oc->nb_streams > 1 ? ", or leave streams out with --no-audio" : ""));
         }
         headerWritten = true;
@@ -157,6 +165,12 @@ AVPixelFormat pickPixelFormat(const VideoOutputSettings& settings, const AVCodec
         const AVPixelFormat f = av_get_pix_fmt(settings.pixelFormat.c_str());
         if (f == AV_PIX_FMT_NONE)
             throw UsageError("unknown pixel format \"" + settings.pixelFormat + "\"");
+        const AVPixFmtDescriptor* d = av_pix_fmt_desc_get(f);
+        if (d && (d->flags & (AV_PIX_FMT_FLAG_HWACCEL | AV_PIX_FMT_FLAG_BITSTREAM))) {
+            throw UsageError("\"" + settings.pixelFormat +
+                             "\" is a hardware or bitstream pixel format; reelfx hands the "
+                             "encoder pictures in memory: choose one such as yuv420p");
+        }
         if (list && !listed(list, f)) {
             std::string names;
             for (const AVPixelFormat* p = list; *p != AV_PIX_FMT_NONE; ++p) {
@@ -370,10 +384,11 @@ VideoWriter::VideoWriter(const VideoOutputSettings& settings) : s_(std::make_uni
                 ? " (MPEG-1 and MPEG-2 video take only broadcast frame rates such as 24, 25, "
                   "29.97, 30, 50 or 60 per second; write .mp4 or .mkv)"
                 : "";
-        throw UsageError(std::string("cannot encode ") + std::to_string(s.width) + "x" +
+        throwIfInterrupted();
+        throw std::runtime_error(std::string("cannot encode ") + std::to_string(s.width) + "x" +
                          std::to_string(s.height) + " " + av_get_pix_fmt_name(s.fmt) +
                          " video at " + std::to_string(rate.num) + "/" + std::to_string(rate.den) +
-                         " frames per second with " + codec->name + ": " + avError(r) + why);
+                         " frames per second with " + codec->name + ": " + avFailure(r) + why);
     }
     s.vst = avformat_new_stream(s.oc, nullptr);
     if (!s.vst || avcodec_parameters_from_context(s.vst->codecpar, s.enc) < 0)
@@ -504,10 +519,10 @@ void VideoWriter::writeFrame(const Picture& picture, int64_t pts) {
         f->width = s.width;
         f->height = s.height;
         f->format = s.fmt;
-        if (av_frame_get_buffer(f, 0) < 0) throw std::bad_alloc();
+        if (const int r = av_frame_get_buffer(f, 0); r < 0) s.failEncode(r);
     }
     // The encoder may still hold the previous frame's buffers.
-    if (av_frame_make_writable(f) < 0) throw std::bad_alloc();
+    if (const int r = av_frame_make_writable(f); r < 0) s.failEncode(r);
     const ColourTags& tags = s.settings.colour;
     const int w = s.width, h = s.height;
     const bool pad = picture.width != w || picture.height != h;
@@ -553,6 +568,14 @@ void VideoWriter::writePacket(AVPacket* packet, const AVStream* in, int32_t outI
     s.writeHeader();
     AVStream* out = s.oc->streams[outIndex];
     av_packet_rescale_ts(packet, in->time_base, out->time_base);
+    // Copied streams of clips joined end to end start again with the video.
+    if (packet->dts != AV_NOPTS_VALUE) {
+        const int64_t dts = packet->dts;
+        const int64_t steady = s.copiedStamps[outIndex].next(
+            dts, std::max<int64_t>(packet->duration, 1), std::numeric_limits<int64_t>::max());
+        packet->dts = steady;
+        if (packet->pts != AV_NOPTS_VALUE) packet->pts += steady - dts;
+    }
     packet->stream_index = outIndex;
     packet->pos = -1;
     if (const int r = av_interleaved_write_frame(s.oc, packet); r < 0) s.failWrite(r);
