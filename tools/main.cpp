@@ -10,6 +10,7 @@
 #include <cstring>
 #include <filesystem>
 #include <new>
+#include <system_error>
 
 extern "C" {
 #include <libavutil/log.h>
@@ -229,6 +230,12 @@ int main(int argc, char** argv) {
         return kExitUsage;
     } catch (const std::bad_alloc&) {
         std::fprintf(stderr, "reelfx: out of memory\n");
+        return kExitFailure;
+    } catch (const std::system_error& e) {
+        // A thread that cannot start lacks memory for its stack.
+        const bool memory = e.code() == std::errc::resource_unavailable_try_again ||
+                            e.code() == std::errc::not_enough_memory;
+        std::fprintf(stderr, "reelfx: %s%s\n", memory ? "out of memory: " : "", e.what());
         return kExitFailure;
     } catch (const std::exception& e) {
         std::fprintf(stderr, "reelfx: %s\n", e.what());
