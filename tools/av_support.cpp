@@ -72,22 +72,28 @@ void Converter::convert(const uint8_t* const src[], const int srcStride[], int s
     }
 }
 
-Planes::Planes() : frame(av_frame_alloc()) {
-    if (!frame) throw std::bad_alloc();
+PacketOwner newPacket() {
+    PacketOwner p(av_packet_alloc());
+    if (!p) throw std::bad_alloc();
+    return p;
 }
-Planes::~Planes() {
-    av_frame_free(&frame);
+
+FrameOwner newFrame() {
+    FrameOwner f(av_frame_alloc());
+    if (!f) throw std::bad_alloc();
+    return f;
 }
 
 AVFrame* Planes::get(int w, int h, AVPixelFormat fmt) {
-    if (frame->width != w || frame->height != h || frame->format != fmt) {
-        av_frame_unref(frame);
-        frame->width = w;
-        frame->height = h;
-        frame->format = fmt;
-        if (av_frame_get_buffer(frame, 0) < 0) throw std::bad_alloc();
+    AVFrame* f = frame.get();
+    if (f->width != w || f->height != h || f->format != fmt) {
+        av_frame_unref(f);
+        f->width = w;
+        f->height = h;
+        f->format = fmt;
+        if (av_frame_get_buffer(f, 0) < 0) throw std::bad_alloc();
     }
-    return frame;
+    return f;
 }
 
 // AYUV words <-> planes Y, U, V (and A) of yuv444p / yuva444p.

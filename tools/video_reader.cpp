@@ -15,10 +15,10 @@ namespace reelfx::tool {
 
 struct VideoReader::State {
     std::string path;
-    AVFormatContext* ic = nullptr;
-    AVCodecContext* dec = nullptr;
-    AVPacket* pkt = nullptr;
-    AVFrame* frame = nullptr;
+    InputOwner ic;
+    CodecOwner dec;
+    PacketOwner pkt = newPacket();
+    FrameOwner frame = newFrame();
     int32_t vs = -1;
     int64_t startPts = AV_NOPTS_VALUE;
     int64_t decoded = 0;
@@ -32,13 +32,6 @@ struct VideoReader::State {
     VideoInfo info;
     Converter toRgb, toYuv;
     Planes yuv;
-
-    ~State() {
-        av_frame_free(&frame);
-        av_packet_free(&pkt);
-        avcodec_free_context(&dec);
-        avformat_close_input(&ic);
-    }
 
     double secondsOf(int64_t ts) const {
         // In doubles: a damaged file's stamps may be anywhere in int64_t.
@@ -79,53 +72,60 @@ void throwIfReadError(const AVFormatContext* ic, const std::string& path) {
 }
 
 struct OpenedInput {
-    AVFormatContext* ic = nullptr;
+    InputOwner ic;
     int64_t maxPixels = kMaxSide * kMaxSide;  // for the decoder of the video stream
 };
 
-OpenedInput openInput(const std::string& path, Rational sequenceRate) {
-    OpenedInput in;
+// One options dictionary per stream, for avformat_find_stream_info.
+struct StreamOptions {
+    std::vector<AVDictionary*> d;
+    explicit StreamOptions(size_t n) : d(n, nullptr) {}
+    StreamOptions(const StreamOptions&) = delete;
+    StreamOptions& operator=(const StreamOptions&) = delete;
+    ~StreamOptions() {
+        for (AVDictionary*& one : d) av_dict_free(&one);
+    }
+};
+
+// A signal ends a read that waits for a pipe's writer (standard input, a
+// FIFO): FFmpeg asks the callback when the read returns EINTR.
+InputOwner openDemuxer(const std::string& path, Rational sequenceRate) {
     const std::string url = path == "-" ? "pipe:0" : path;
     Dictionary options;
     if (sequenceRate.known())
         options.set("framerate",
                     std::to_string(sequenceRate.num) + "/" + std::to_string(sequenceRate.den));
-    // A signal ends a read that waits for a pipe's writer (standard input,
-    // a FIFO): FFmpeg asks the callback when the read returns EINTR.
-    in.ic = avformat_alloc_context();
-    if (!in.ic) throw std::bad_alloc();
-    in.ic->interrupt_callback.callback = interruptCallback;
-    int r = avformat_open_input(&in.ic, url.c_str(), nullptr, &options.d);
-    if (r < 0) {
+    AVFormatContext* ic = avformat_alloc_context();
+    if (!ic) throw std::bad_alloc();
+    ic->interrupt_callback.callback = interruptCallback;
+    // avformat_open_input frees the context when it fails.
+    if (const int r = avformat_open_input(&ic, url.c_str(), nullptr, &options.d); r < 0) {
         throwIfInterrupted();
         if (r == AVERROR(ENOMEM)) throw std::bad_alloc();
         throw std::runtime_error("cannot read " + path + " as a picture or video: " + avError(r));
     }
+    return InputOwner(ic);
+}
+
+OpenedInput openInput(const std::string& path, Rational sequenceRate) {
+    OpenedInput in;
+    in.ic = openDemuxer(path, sequenceRate);
+    AVFormatContext* ic = in.ic.get();
     // The header's picture size is checked against the file before any
     // decoder allocates a picture of that size.
-    std::vector<AVDictionary*> perStream(in.ic->nb_streams, nullptr);
-    const int64_t bytes = in.ic->pb && path != "-" ? avio_size(in.ic->pb) : -1;
-    if (bytes >= 0) {
-        for (unsigned i = 0; i < in.ic->nb_streams; ++i) {
-            const AVCodecID id = in.ic->streams[i]->codecpar->codec_id;
-            if (id == AV_CODEC_ID_PNG || id == AV_CODEC_ID_APNG) {
-                in.maxPixels = std::min(in.maxPixels, pngPixelBound(bytes));
-                if (av_dict_set_int(&perStream[i], "max_pixels", in.maxPixels, 0) < 0) {
-                    for (AVDictionary*& d : perStream) av_dict_free(&d);
-                    avformat_close_input(&in.ic);
-                    throw std::bad_alloc();
-                }
-            }
-        }
+    StreamOptions perStream(ic->nb_streams);
+    const int64_t bytes = ic->pb && path != "-" ? avio_size(ic->pb) : -1;
+    for (unsigned i = 0; bytes >= 0 && i < ic->nb_streams; ++i) {
+        const AVCodecID id = ic->streams[i]->codecpar->codec_id;
+        if (id != AV_CODEC_ID_PNG && id != AV_CODEC_ID_APNG) continue;
+        in.maxPixels = std::min(in.maxPixels, pngPixelBound(bytes));
+        if (av_dict_set_int(&perStream.d[i], "max_pixels", in.maxPixels, 0) < 0)
+            throw std::bad_alloc();
     }
-    r = avformat_find_stream_info(in.ic, perStream.empty() ? nullptr : perStream.data());
-    for (AVDictionary*& d : perStream) av_dict_free(&d);
-    if (r < 0 || interrupted()) {
-        avformat_close_input(&in.ic);
-        throwIfInterrupted();
-        if (r == AVERROR(ENOMEM)) throw std::bad_alloc();
-        throw std::runtime_error("cannot read " + path + ": " + avError(r));
-    }
+    const int r = avformat_find_stream_info(ic, perStream.d.empty() ? nullptr : perStream.d.data());
+    throwIfInterrupted();
+    if (r == AVERROR(ENOMEM)) throw std::bad_alloc();
+    if (r < 0) throw std::runtime_error("cannot read " + path + ": " + avError(r));
     return in;
 }
 
@@ -135,31 +135,24 @@ OpenedInput openInput(const std::string& path, Rational sequenceRate) {
 // file's start (negative when none says).
 std::vector<int64_t> scanStamps(const std::string& path, int32_t vs, Rational sequenceRate,
                                 bool& allStamped, bool& cutShort, double& lastEnd) {
-    OpenedInput scan = openInput(path, sequenceRate);
-    struct Closer {
-        AVFormatContext*& ic;
-        ~Closer() { avformat_close_input(&ic); }
-    } closer{scan.ic};
-    AVPacket* p = av_packet_alloc();
-    if (!p) throw std::bad_alloc();
-    struct PacketFree {
-        AVPacket*& p;
-        ~PacketFree() { av_packet_free(&p); }
-    } freer{p};
+    const OpenedInput scan = openInput(path, sequenceRate);
+    AVFormatContext* ic = scan.ic.get();
+    const PacketOwner packet = newPacket();
+    AVPacket* p = packet.get();
     std::vector<int64_t> stamps;
     allStamped = true;
     lastEnd = -1.0;
-    const int64_t start = scan.ic->start_time != AV_NOPTS_VALUE ? scan.ic->start_time : 0;
+    const int64_t start = ic->start_time != AV_NOPTS_VALUE ? ic->start_time : 0;
     while (true) {
-        const int r = av_read_frame(scan.ic, p);
-        throwIfReadError(scan.ic, path);
+        const int r = av_read_frame(ic, p);
+        throwIfReadError(ic, path);
         if (r == AVERROR(ENOMEM)) throw std::bad_alloc();
         if (r < 0) {
             cutShort = r != AVERROR_EOF;
             break;
         }
         if (p->pts != AV_NOPTS_VALUE) {
-            const AVRational tb = scan.ic->streams[p->stream_index]->time_base;
+            const AVRational tb = ic->streams[p->stream_index]->time_base;
             const double end =
                 (static_cast<double>(p->pts) + static_cast<double>(p->duration)) * tb.num / tb.den -
                 static_cast<double>(start) / AV_TIME_BASE;
@@ -236,10 +229,10 @@ VideoReader::VideoReader(const std::string& path, Rational sequenceRate)
     State& s = *s_;
     s.path = path;
     if (!isImageSequence(path)) sequenceRate = {};
-    const OpenedInput opened = openInput(path, sequenceRate);
-    s.ic = opened.ic;
+    OpenedInput opened = openInput(path, sequenceRate);
+    s.ic = std::move(opened.ic);
     const AVCodec* codec = nullptr;
-    s.vs = av_find_best_stream(s.ic, AVMEDIA_TYPE_VIDEO, -1, -1, &codec, 0);
+    s.vs = av_find_best_stream(s.ic.get(), AVMEDIA_TYPE_VIDEO, -1, -1, &codec, 0);
     if (s.vs == AVERROR_STREAM_NOT_FOUND) throw std::runtime_error(path + " holds no video stream");
     if (s.vs < 0 || !codec) {
         // Name the codec of the first video stream: unknown to FFmpeg
@@ -272,22 +265,20 @@ VideoReader::VideoReader(const std::string& path, Rational sequenceRate)
         throw std::runtime_error(path + ": unusable video size " + std::to_string(info.width) +
                                  "x" + std::to_string(info.height));
     }
-    s.dec = avcodec_alloc_context3(codec);
-    if (!s.dec || avcodec_parameters_to_context(s.dec, st->codecpar) < 0) throw std::bad_alloc();
+    s.dec.reset(avcodec_alloc_context3(codec));
+    if (!s.dec || avcodec_parameters_to_context(s.dec.get(), st->codecpar) < 0)
+        throw std::bad_alloc();
     s.dec->pkt_timebase = st->time_base;
     s.dec->thread_count = 0;
     s.dec->max_pixels = opened.maxPixels;
-    if (const int r = avcodec_open2(s.dec, codec, nullptr); r < 0) {
+    if (const int r = avcodec_open2(s.dec.get(), codec, nullptr); r < 0) {
         throw std::runtime_error(path + ": cannot open the " + codec->name +
                                  " decoder: " + avError(r));
     }
-    s.pkt = av_packet_alloc();
-    s.frame = av_frame_alloc();
-    if (!s.pkt || !s.frame) throw std::bad_alloc();
 
-    info.frameRate = fromAv(av_guess_frame_rate(s.ic, st, nullptr));
+    info.frameRate = fromAv(av_guess_frame_rate(s.ic.get(), st, nullptr));
     info.timeBase = fromAv(st->time_base);
-    info.sampleAspect = fromAv(av_guess_sample_aspect_ratio(s.ic, st, nullptr));
+    info.sampleAspect = fromAv(av_guess_sample_aspect_ratio(s.ic.get(), st, nullptr));
     info.pixelFormat = st->codecpar->format;
     info.rgb = isRgbFormat(static_cast<AVPixelFormat>(st->codecpar->format));
     info.colour.space = st->codecpar->color_space;
@@ -298,7 +289,7 @@ VideoReader::VideoReader(const std::string& path, Rational sequenceRate)
     info.codec = codec->name;
     info.container = s.ic->iformat->name;
     info.stampsMayJump = (s.ic->iformat->flags & AVFMT_TS_DISCONT) != 0;
-    if (struct stat file {}; ::stat(path.c_str(), &file) == 0 && S_ISREG(file.st_mode))
+    if (struct stat file{}; ::stat(path.c_str(), &file) == 0 && S_ISREG(file.st_mode))
         s.bytesAtOpen = file.st_size;
     for (unsigned i = 0; i < s.ic->nb_streams; ++i) {
         if (s.ic->streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) ++info.otherStreams;
@@ -382,7 +373,7 @@ const VideoInfo& VideoReader::info() const {
     return s_->info;
 }
 AVFormatContext* VideoReader::formatContext() const {
-    return s_->ic;
+    return s_->ic.get();
 }
 int32_t VideoReader::videoStream() const {
     return s_->vs;
@@ -401,7 +392,7 @@ std::vector<const AVStream*> VideoReader::audioStreams() const {
 bool VideoReader::State::decodeNext(const PacketSink& others) {
     // A decoder that keeps failing on its own is given up, not waited for.
     for (int32_t failures = 0; failures < 1000;) {
-        int r = avcodec_receive_frame(dec, frame);
+        int r = avcodec_receive_frame(dec.get(), frame.get());
         if (r == AVERROR_EOF) return false;
         if (r == 0) return true;
         if (r == AVERROR(ENOMEM)) throw std::bad_alloc();
@@ -413,14 +404,14 @@ bool VideoReader::State::decodeNext(const PacketSink& others) {
             continue;
         }
         if (flushing) return false;
-        r = av_read_frame(ic, pkt);
-        throwIfReadError(ic, path);
+        r = av_read_frame(ic.get(), pkt.get());
+        throwIfReadError(ic.get(), path);
         if (r == AVERROR(ENOMEM)) throw std::bad_alloc();
         if (r < 0) {
             // Data that stops making sense ends the file: what was read
             // before it is still decoded.
             if (r != AVERROR_EOF) cutShort = true;
-            r = avcodec_send_packet(dec, nullptr);
+            r = avcodec_send_packet(dec.get(), nullptr);
             if (r == AVERROR(ENOMEM)) throw std::bad_alloc();
             if (r < 0 && r != AVERROR_EOF)
                 throw std::runtime_error(path + ": cannot finish decoding: " + avError(r));
@@ -428,9 +419,9 @@ bool VideoReader::State::decodeNext(const PacketSink& others) {
             continue;
         }
         if (pkt->stream_index == vs) {
-            r = avcodec_send_packet(dec, pkt);
+            r = avcodec_send_packet(dec.get(), pkt.get());
             if (r == AVERROR(ENOMEM)) {
-                av_packet_unref(pkt);
+                av_packet_unref(pkt.get());
                 throw std::bad_alloc();
             }
             if (r < 0) {
@@ -438,9 +429,9 @@ bool VideoReader::State::decodeNext(const PacketSink& others) {
                 ++failures;
             }
         } else if (others) {
-            others(pkt, ic->streams[pkt->stream_index]);
+            others(pkt.get(), ic->streams[pkt->stream_index]);
         }
-        av_packet_unref(pkt);
+        av_packet_unref(pkt.get());
     }
     cutShort = true;
     return false;
@@ -450,15 +441,15 @@ bool VideoReader::next(DecodedFrame& out, uint32_t fourcc, const PacketSink& oth
     State& s = *s_;
     while (true) {
         if (!s.decodeNext(others)) return false;
-        const AVFrame* f = s.frame;
+        const AVFrame* f = s.frame.get();
         if (f->width > 0 && f->height > 0 &&
             av_pix_fmt_desc_get(static_cast<AVPixelFormat>(f->format)))
             break;
         ++s.badPackets;
-        av_frame_unref(s.frame);
+        av_frame_unref(s.frame.get());
     }
 
-    AVFrame* f = s.frame;
+    AVFrame* f = s.frame.get();
     const VideoInfo& info = s.info;
     const int64_t ts = f->best_effort_timestamp;
     if (s.info.streamed && s.decoded == 0 && s.startPts == AV_NOPTS_VALUE) s.startPts = ts;

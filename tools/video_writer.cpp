@@ -19,11 +19,11 @@ namespace reelfx::tool {
 
 struct VideoWriter::State {
     VideoOutputSettings settings;
-    AVFormatContext* oc = nullptr;
-    AVCodecContext* enc = nullptr;
+    OutputOwner oc;
+    CodecOwner enc;
     AVStream* vst = nullptr;
-    AVFrame* frame = nullptr;
-    AVPacket* pkt = nullptr;
+    FrameOwner frame = newFrame();
+    PacketOwner pkt = newPacket();
     AVPixelFormat fmt = AV_PIX_FMT_NONE;
     int32_t width = 0, height = 0;  // encoded: the frame's size, or padded to whole chroma samples
     Picture padded;
@@ -35,16 +35,6 @@ struct VideoWriter::State {
     Converter fromRgb, fromYuv;
     Planes yuv;
     std::map<int32_t, SteadyStamps> copiedStamps;  // by output stream
-
-    ~State() {
-        av_packet_free(&pkt);
-        av_frame_free(&frame);
-        avcodec_free_context(&enc);
-        if (oc) {
-            if (fileOpen) avio_closep(&oc->pb);
-            avformat_free_context(oc);
-        }
-    }
 
     bool isY4m() const { return std::strcmp(oc->oformat->name, "yuv4mpegpipe") == 0; }
 
@@ -79,7 +69,7 @@ struct VideoWriter::State {
             av_dict_free(&options);
             throw std::bad_alloc();
         }
-        const int r = avformat_write_header(oc, &options);
+        const int r = avformat_write_header(oc.get(), &options);
         av_dict_free(&options);
         if (r < 0) {
             // Containers without a codec table refuse only here: name what
@@ -104,12 +94,12 @@ struct VideoWriter::State {
 
     void drain() {
         while (true) {
-            const int r = avcodec_receive_packet(enc, pkt);
+            const int r = avcodec_receive_packet(enc.get(), pkt.get());
             if (r == AVERROR(EAGAIN) || r == AVERROR_EOF) return;
             if (r < 0) failEncode(r);
-            av_packet_rescale_ts(pkt, enc->time_base, vst->time_base);
+            av_packet_rescale_ts(pkt.get(), enc->time_base, vst->time_base);
             pkt->stream_index = vst->index;
-            if (const int w = av_interleaved_write_frame(oc, pkt); w < 0) failWrite(w);
+            if (const int w = av_interleaved_write_frame(oc.get(), pkt.get()); w < 0) failWrite(w);
         }
     }
 };
@@ -295,8 +285,10 @@ VideoWriter::VideoWriter(const VideoOutputSettings& settings) : s_(std::make_uni
                          " (use .mp4, .mkv, .mov, .png, or - for YUV4MPEG2 on standard output)");
     }
     const std::string url = settings.path == "-" ? "pipe:1" : settings.path;
-    if (avformat_alloc_output_context2(&s.oc, of, nullptr, url.c_str()) < 0 || !s.oc)
+    AVFormatContext* oc = nullptr;
+    if (avformat_alloc_output_context2(&oc, of, nullptr, url.c_str()) < 0 || !oc)
         throw std::bad_alloc();
+    s.oc.reset(oc);
     // A signal ends blocking writes (a pipe nobody reads) too.
     s.oc->interrupt_callback.callback = [](void*) { return interrupted() ? 1 : 0; };
     const bool y4m = s.isY4m();
@@ -337,10 +329,8 @@ VideoWriter::VideoWriter(const VideoOutputSettings& settings) : s_(std::make_uni
                             " (the last column or row repeated)");
     }
 
-    s.enc = avcodec_alloc_context3(codec);
-    s.frame = av_frame_alloc();
-    s.pkt = av_packet_alloc();
-    if (!s.enc || !s.frame || !s.pkt) throw std::bad_alloc();
+    s.enc.reset(avcodec_alloc_context3(codec));
+    if (!s.enc.get()) throw std::bad_alloc();
     const AVRational rate =
         settings.frameRate.known() ? toAv(settings.frameRate) : AVRational{25, 1};
     AVRational tb = settings.timeBase.known() ? toAv(settings.timeBase) : av_inv_q(rate);
@@ -366,19 +356,19 @@ VideoWriter::VideoWriter(const VideoOutputSettings& settings) : s_(std::make_uni
         s.enc->flags |= AV_CODEC_FLAG_INTERLACED_DCT | AV_CODEC_FLAG_INTERLACED_ME;
     }
     if (std::strcmp(codec->name, "libx264") == 0) {
-        setOption(s.enc, "preset", "medium");
-        setOption(s.enc, "crf", "18");
+        setOption(s.enc.get(), "preset", "medium");
+        setOption(s.enc.get(), "crf", "18");
     } else if (std::strcmp(codec->name, "libx265") == 0) {
-        setOption(s.enc, "x265-params", "log-level=error");
+        setOption(s.enc.get(), "x265-params", "log-level=error");
     } else if (codec->id == AV_CODEC_ID_FFV1) {
-        setOption(s.enc, "level", "3");  // sliced, so it encodes on all cores
+        setOption(s.enc.get(), "level", "3");  // sliced, so it encodes on all cores
     } else if (codec->id == AV_CODEC_ID_MPEG4 || isMpeg12(codec->id) ||
                codec->id == AV_CODEC_ID_MJPEG) {
         s.enc->flags |= AV_CODEC_FLAG_QSCALE;
         s.enc->global_quality = FF_QP2LAMBDA * 3;
     }
     if (of->flags & AVFMT_GLOBALHEADER) s.enc->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-    if (const int r = avcodec_open2(s.enc, codec, nullptr); r < 0) {
+    if (const int r = avcodec_open2(s.enc.get(), codec, nullptr); r < 0) {
         const std::string why =
             isMpeg12(codec->id)
                 ? " (MPEG-1 and MPEG-2 video take only broadcast frame rates such as 24, 25, "
@@ -390,8 +380,8 @@ VideoWriter::VideoWriter(const VideoOutputSettings& settings) : s_(std::make_uni
                          " video at " + std::to_string(rate.num) + "/" + std::to_string(rate.den) +
                          " frames per second with " + codec->name + ": " + avFailure(r) + why);
     }
-    s.vst = avformat_new_stream(s.oc, nullptr);
-    if (!s.vst || avcodec_parameters_from_context(s.vst->codecpar, s.enc) < 0)
+    s.vst = avformat_new_stream(s.oc.get(), nullptr);
+    if (!s.vst || avcodec_parameters_from_context(s.vst->codecpar, s.enc.get()) < 0)
         throw std::bad_alloc();
     s.vst->time_base = s.enc->time_base;
     s.vst->avg_frame_rate = rate;
@@ -497,7 +487,7 @@ const std::vector<std::string>& VideoWriter::notices() const {
 }
 
 int32_t VideoWriter::addCopiedStream(const AVStream* in) {
-    AVStream* st = avformat_new_stream(s_->oc, nullptr);
+    AVStream* st = avformat_new_stream(s_->oc.get(), nullptr);
     if (!st || avcodec_parameters_copy(st->codecpar, in->codecpar) < 0) throw std::bad_alloc();
     st->codecpar->codec_tag = 0;
     st->time_base = in->time_base;
@@ -513,7 +503,7 @@ int32_t VideoWriter::addCopiedStream(const AVStream* in) {
 void VideoWriter::writeFrame(const Picture& picture, int64_t pts) {
     State& s = *s_;
     s.writeHeader();
-    AVFrame* f = s.frame;
+    AVFrame* f = s.frame.get();
     if (f->width != s.width || f->height != s.height || f->format != s.fmt) {
         av_frame_unref(f);
         f->width = s.width;
@@ -559,7 +549,7 @@ void VideoWriter::writeFrame(const Picture& picture, int64_t pts) {
     f->pts = av_rescale_q(pts, inTb, s.enc->time_base);
     f->interlaced_frame = s.interlaced;
     f->top_field_first = s.topFieldFirst;
-    if (const int r = avcodec_send_frame(s.enc, f); r < 0) s.failEncode(r);
+    if (const int r = avcodec_send_frame(s.enc.get(), f); r < 0) s.failEncode(r);
     s.drain();
 }
 
@@ -578,16 +568,16 @@ void VideoWriter::writePacket(AVPacket* packet, const AVStream* in, int32_t outI
     }
     packet->stream_index = outIndex;
     packet->pos = -1;
-    if (const int r = av_interleaved_write_frame(s.oc, packet); r < 0) s.failWrite(r);
+    if (const int r = av_interleaved_write_frame(s.oc.get(), packet); r < 0) s.failWrite(r);
 }
 
 void VideoWriter::finish() {
     State& s = *s_;
     if (s.finished) return;
     s.writeHeader();
-    if (const int r = avcodec_send_frame(s.enc, nullptr); r < 0) s.failEncode(r);
+    if (const int r = avcodec_send_frame(s.enc.get(), nullptr); r < 0) s.failEncode(r);
     s.drain();
-    if (const int r = av_write_trailer(s.oc); r < 0) s.failWrite(r);
+    if (const int r = av_write_trailer(s.oc.get()); r < 0) s.failWrite(r);
     if (s.fileOpen) {
         avio_flush(s.oc->pb);
         const int err = s.oc->pb->error;
