@@ -10,6 +10,7 @@
 #include <cstring>
 #include <filesystem>
 #include <new>
+#include <optional>
 #include <system_error>
 
 extern "C" {
@@ -62,39 +63,91 @@ const char* kFooter =
     "line, 130 interrupted by SIGINT, SIGTERM or SIGHUP (nothing is left under the output "
     "name). An existing output file is replaced only with -y, or when confirmed on a terminal.";
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    CLI::App app{"reelfx: apply the reelfx video effects to pictures and video", "reelfx"};
-    app.footer(kFooter);
-    app.require_subcommand(1);
+// Everything the command line sets.
+struct CommandLine {
     std::string modulePath;
-    app.add_option("--module", modulePath,
-                   "The effects module to load (default: libreelfx.so beside reelfx)")
-        ->type_name("PATH");
     bool verbose = false;
-    app.add_flag("-v,--verbose", verbose, "Show FFmpeg's own messages too");
-
     bool json = false;
-    CLI::App* list = app.add_subcommand("list", "List the effects: index, name, category, tags");
-    list->add_flag("--json", json, "Print JSON for scripts");
-
     std::string infoEffect;
     std::string infoSize = "640x360";
-    CLI::App* info = app.add_subcommand(
-        "info", "Show an effect's parameters: kind, range, initial value, choices");
-    info->add_option("effect", infoEffect, "Effect name (any case) or index")->required();
-    info->add_flag("--json", json, "Print JSON for scripts");
-    info->add_option("--size", infoSize,
-                     "Frame size the instance is made for (crop maxima follow it)")
-        ->capture_default_str()
-        ->type_name("WxH");
-
     RenderRequest rq;
     std::optional<double> progress, duration;
     std::optional<std::string> fps;
     std::string span, displayAspect, pictureAspect, size;
+    SheetRequest sq;
+    bool overwrite = false, neverOverwrite = false;
+    CLI::App* list = nullptr;
+    CLI::App* info = nullptr;
+    CLI::App* render = nullptr;
+    CLI::App* sheet = nullptr;
+};
+
+void addOverwriteFlags(CLI::App* command, CommandLine& c) {
+    CLI::Option* y =
+        command->add_flag("-y,--overwrite", c.overwrite, "Replace an existing output file");
+    command
+        ->add_flag("-n,--no-overwrite", c.neverOverwrite,
+                   "Never replace an existing output file (without -y or -n reelfx asks on "
+                   "a terminal and refuses elsewhere)")
+        ->excludes(y);
+}
+
+void addListAndInfo(CLI::App& app, CommandLine& c) {
+    c.list = app.add_subcommand("list", "List the effects: index, name, category, tags");
+    c.list->add_flag("--json", c.json, "Print JSON for scripts");
+    c.info = app.add_subcommand("info",
+                                "Show an effect's parameters: kind, range, initial value, choices");
+    c.info->add_option("effect", c.infoEffect, "Effect name (any case) or index")->required();
+    c.info->add_flag("--json", c.json, "Print JSON for scripts");
+    c.info
+        ->add_option("--size", c.infoSize,
+                     "Frame size the instance is made for (crop maxima follow it)")
+        ->capture_default_str()
+        ->type_name("WxH");
+}
+
+// How the picture is fitted, and what is encoded how.
+void addRenderPictureOptions(CLI::App* render, CommandLine& c) {
+    RenderRequest& rq = c.rq;
+    std::optional<double>& duration = c.duration;
+    std::optional<std::string>& fps = c.fps;
+    std::string& displayAspect = c.displayAspect;
+    std::string& pictureAspect = c.pictureAspect;
+    std::string& size = c.size;
+    render
+        ->add_option("--display-aspect", displayAspect,
+                     "Display aspect of the frame (default: its shape)")
+        ->type_name("X");
+    render
+        ->add_option("--picture-aspect", pictureAspect,
+                     "Fit the picture by this aspect: 4:3, 16:9 or any ratio N")
+        ->type_name("4:3|16:9|N");
+    render->add_option("--size", size, "Size of the built-in test clip (default 640x360)")
+        ->type_name("WxH");
+    render
+        ->add_option("--duration", duration,
+                     "Seconds of video made from a still or the built-in clip (3)")
+        ->type_name("S");
+    render
+        ->add_option("--fps", fps,
+                     "Frame rate of video made from a still or the built-in clip, or of "
+                     "numbered pictures read in (25)")
+        ->type_name("RATE");
+    render->add_option("--codec", rq.codec, "Video encoder (see ffmpeg -encoders)")
+        ->type_name("NAME");
+    render->add_option("--pix-fmt", rq.pixelFormat, "Pixel format of the encoded video")
+        ->type_name("NAME");
+    render->add_flag("--no-audio", rq.noAudio,
+                     "Leave the input's audio out (subtitles and data are still copied)");
+    render->add_flag("-q,--quiet", rq.quiet, "No progress bar, no summary");
+}
+
+void addRender(CLI::App& app, CommandLine& c) {
     CLI::App* render = app.add_subcommand("render", "Render a picture or video through one effect");
+    c.render = render;
+    RenderRequest& rq = c.rq;
+    std::optional<double>& progress = c.progress;
+    std::string& span = c.span;
     render->add_option("effect", rq.effect, "Effect name (any case) or index")->required();
     render->add_option("input", rq.input,
                        "Picture or video file (anything FFmpeg reads), numbered pictures such as "
@@ -122,47 +175,15 @@ int main(int argc, char** argv) {
         ->type_name("START:END");
     render->add_option("--progress", progress, "Position for a still output, 0 to 1 (default 0.5)")
         ->type_name("T");
-    render
-        ->add_option("--display-aspect", displayAspect,
-                     "Display aspect of the frame (default: its shape)")
-        ->type_name("X");
-    render
-        ->add_option("--picture-aspect", pictureAspect,
-                     "Fit the picture by this aspect: 4:3, 16:9 or any ratio N")
-        ->type_name("4:3|16:9|N");
-    render->add_option("--size", size, "Size of the built-in test clip (default 640x360)")
-        ->type_name("WxH");
-    render
-        ->add_option("--duration", duration,
-                     "Seconds of video made from a still or the built-in clip (3)")
-        ->type_name("S");
-    render
-        ->add_option("--fps", fps,
-                     "Frame rate of video made from a still or the built-in clip, or of "
-                     "numbered pictures read in (25)")
-        ->type_name("RATE");
-    render->add_option("--codec", rq.codec, "Video encoder (see ffmpeg -encoders)")
-        ->type_name("NAME");
-    render->add_option("--pix-fmt", rq.pixelFormat, "Pixel format of the encoded video")
-        ->type_name("NAME");
-    render->add_flag("--no-audio", rq.noAudio,
-                     "Leave the input's audio out (subtitles and data are still copied)");
-    render->add_flag("-q,--quiet", rq.quiet, "No progress bar, no summary");
-    bool overwrite = false, neverOverwrite = false;
-    auto overwriteFlags = [&](CLI::App* command) {
-        CLI::Option* y =
-            command->add_flag("-y,--overwrite", overwrite, "Replace an existing output file");
-        command
-            ->add_flag("-n,--no-overwrite", neverOverwrite,
-                       "Never replace an existing output file (without -y or -n reelfx asks on "
-                       "a terminal and refuses elsewhere)")
-            ->excludes(y);
-    };
-    overwriteFlags(render);
+    addRenderPictureOptions(render, c);
+    addOverwriteFlags(render, c);
+}
 
-    SheetRequest sq;
+void addSheet(CLI::App& app, CommandLine& c) {
+    SheetRequest& sq = c.sq;
     CLI::App* sheet =
         app.add_subcommand("sheet", "Contact sheet: every effect at its initial parameters");
+    c.sheet = sheet;
     sheet->add_option("input", sq.input,
                       "PNG or video (first frame); none uses the built-in test picture");
     sheet->add_option("-o,--output", sq.output, "PNG to write")
@@ -178,50 +199,41 @@ int main(int argc, char** argv) {
     sheet->add_option("--tile-width", sq.tileWidth, "Width of one tile in pixels")
         ->capture_default_str();
     sheet->add_flag("-q,--quiet", sq.quiet, "No summary");
-    overwriteFlags(sheet);
+    addOverwriteFlags(sheet, c);
+}
 
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& e) {
-        const int status = app.exit(e);
-        return status == 0 ? 0 : kExitUsage;
+void runCommand(CommandLine& c) {
+    Module module(findModule(c.modulePath));
+    const std::vector<EffectInfo> catalogue = module.catalogue();
+    if (*c.list) {
+        printOut(c.json ? listJson(catalogue).dump(2) + "\n" : listText(catalogue));
+    } else if (*c.info) {
+        const int32_t index = findEffect(catalogue, c.infoEffect);
+        const Size frame = parseSize(c.infoSize);
+        Instance instance(module, index, frame.width, frame.height);
+        const EffectInfo& e = catalogue[static_cast<size_t>(index)];
+        printOut(c.json
+                     ? infoJson(e, instance.parameters(), frame.width, frame.height).dump(2) + "\n"
+                     : infoText(e, instance.parameters(), frame.width, frame.height));
+    } else if (*c.render) {
+        RenderRequest& rq = c.rq;
+        if (!c.span.empty()) rq.span = c.span;
+        if (!c.displayAspect.empty()) rq.displayAspect = c.displayAspect;
+        if (!c.pictureAspect.empty()) rq.pictureAspect = c.pictureAspect;
+        if (!c.size.empty()) rq.size = c.size;
+        rq.progress = c.progress;
+        rq.duration = c.duration;
+        rq.fps = c.fps;
+        runRender(module, rq);
+    } else if (*c.sheet) {
+        runSheet(module, c.sq);
     }
+}
 
-    // reelfx reports what went wrong itself; FFmpeg's lower-level messages
-    // only on request.
-    struct FontCaches {
-        ~FontCaches() { releaseFontCaches(); }
-    } fontCaches;
-    av_log_set_level(verbose ? AV_LOG_INFO : AV_LOG_FATAL);
-    installInterruptHandlers();
-    setOverwritePolicy(overwrite        ? Overwrite::Always
-                       : neverOverwrite ? Overwrite::Never
-                                        : Overwrite::Ask);
+// The exit status for the exception being handled, said on standard error.
+int reportFailure() {
     try {
-        Module module(findModule(modulePath));
-        const std::vector<EffectInfo> catalogue = module.catalogue();
-        if (*list) {
-            printOut(json ? listJson(catalogue).dump(2) + "\n" : listText(catalogue));
-        } else if (*info) {
-            const int32_t index = findEffect(catalogue, infoEffect);
-            const Size frame = parseSize(infoSize);
-            Instance instance(module, index, frame.width, frame.height);
-            const EffectInfo& e = catalogue[static_cast<size_t>(index)];
-            printOut(json ? infoJson(e, instance.parameters(), frame.width, frame.height).dump(2) +
-                                "\n"
-                          : infoText(e, instance.parameters(), frame.width, frame.height));
-        } else if (*render) {
-            if (!span.empty()) rq.span = span;
-            if (!displayAspect.empty()) rq.displayAspect = displayAspect;
-            if (!pictureAspect.empty()) rq.pictureAspect = pictureAspect;
-            if (!size.empty()) rq.size = size;
-            rq.progress = progress;
-            rq.duration = duration;
-            rq.fps = fps;
-            runRender(module, rq);
-        } else if (*sheet) {
-            runSheet(module, sq);
-        }
+        throw;
     } catch (const Interrupted&) {
         std::fprintf(stderr, "\nreelfx: interrupted; nothing written\n");
         return kExitInterrupted;
@@ -240,6 +252,44 @@ int main(int argc, char** argv) {
     } catch (const std::exception& e) {
         std::fprintf(stderr, "reelfx: %s\n", e.what());
         return kExitFailure;
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app{"reelfx: apply the reelfx video effects to pictures and video", "reelfx"};
+    app.footer(kFooter);
+    app.require_subcommand(1);
+    CommandLine c;
+    app.add_option("--module", c.modulePath,
+                   "The effects module to load (default: libreelfx.so beside reelfx)")
+        ->type_name("PATH");
+    app.add_flag("-v,--verbose", c.verbose, "Show FFmpeg's own messages too");
+    addListAndInfo(app, c);
+    addRender(app, c);
+    addSheet(app, c);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        const int status = app.exit(e);
+        return status == 0 ? 0 : kExitUsage;
+    }
+
+    // reelfx reports what went wrong itself; FFmpeg's lower-level messages
+    // only on request.
+    struct FontCaches {
+        ~FontCaches() { releaseFontCaches(); }
+    } fontCaches;
+    av_log_set_level(c.verbose ? AV_LOG_INFO : AV_LOG_FATAL);
+    installInterruptHandlers();
+    setOverwritePolicy(c.overwrite        ? Overwrite::Always
+                       : c.neverOverwrite ? Overwrite::Never
+                                          : Overwrite::Ask);
+    try {
+        runCommand(c);
+    } catch (...) {
+        return reportFailure();
     }
     return 0;
 }
