@@ -36,15 +36,23 @@ struct VideoWriter::State {
     Planes yuv;
     std::map<int32_t, SteadyStamps> copiedStamps;  // by output stream
 
+    void openContainer(const AVOutputFormat* of);
+    const AVCodec* chooseEncoder(const AVOutputFormat* of) const;
+    void choosePictureLayout(const AVCodec* codec, const AVStream* sourceVideo);
+    void configureEncoder(const AVCodec* codec, const AVOutputFormat* of,
+                          const AVStream* sourceVideo);
+    void openEncoder(const AVCodec* codec);
+    void addVideoStream(const AVStream* sourceVideo);
+    void openFile(const AVOutputFormat* of);
+
     bool isY4m() const { return std::strcmp(oc->oformat->name, "yuv4mpegpipe") == 0; }
 
     // A failure of FFmpeg's writing calls; after a signal the run ends as
     // interrupted instead.
     [[noreturn]] void failWrite(int r) const {
         throwIfInterrupted();
-        const std::string what = settings.containerName == "-"
-                                     ? "- (standard output)"
-                                     : settings.containerName;
+        const std::string what =
+            settings.containerName == "-" ? "- (standard output)" : settings.containerName;
         throw std::runtime_error("cannot write " + what + ": " + avFailure(r) +
                                  (r == AVERROR(EPIPE) ? "; the reading end was closed" : ""));
     }
@@ -276,26 +284,48 @@ std::string severalFilesFormat(const std::string& name) {
     return {};
 }
 
-VideoWriter::VideoWriter(const VideoOutputSettings& settings) : s_(std::make_unique<State>()) {
-    State& s = *s_;
-    s.settings = settings;
-    const AVOutputFormat* of = guessContainer(settings.containerName);
-    if (!of) {
-        throw UsageError("cannot tell a video format from the name " + settings.containerName +
-                         " (use .mp4, .mkv, .mov, .png, or - for YUV4MPEG2 on standard output)");
+namespace {
+
+// The source's video stream, whose tags, side data and field order go along.
+const AVStream* sourceVideoOf(const VideoOutputSettings& settings) {
+    const AVFormatContext* in = settings.sourceContainer;
+    if (!in || settings.sourceVideoStream < 0 ||
+        settings.sourceVideoStream >= static_cast<int32_t>(in->nb_streams))
+        return nullptr;
+    return in->streams[settings.sourceVideoStream];
+}
+
+void setEncoderOptions(AVCodecContext* enc, const AVCodec* codec) {
+    if (std::strcmp(codec->name, "libx264") == 0) {
+        setOption(enc, "preset", "medium");
+        setOption(enc, "crf", "18");
+    } else if (std::strcmp(codec->name, "libx265") == 0) {
+        setOption(enc, "x265-params", "log-level=error");
+    } else if (codec->id == AV_CODEC_ID_FFV1) {
+        setOption(enc, "level", "3");  // sliced, so it encodes on all cores
+    } else if (codec->id == AV_CODEC_ID_MPEG4 || isMpeg12(codec->id) ||
+               codec->id == AV_CODEC_ID_MJPEG) {
+        enc->flags |= AV_CODEC_FLAG_QSCALE;
+        enc->global_quality = FF_QP2LAMBDA * 3;
     }
+}
+
+}  // namespace
+
+void VideoWriter::State::openContainer(const AVOutputFormat* of) {
     const std::string url = settings.path == "-" ? "pipe:1" : settings.path;
-    AVFormatContext* oc = nullptr;
-    if (avformat_alloc_output_context2(&oc, of, nullptr, url.c_str()) < 0 || !oc)
+    AVFormatContext* context = nullptr;
+    if (avformat_alloc_output_context2(&context, of, nullptr, url.c_str()) < 0 || !context)
         throw std::bad_alloc();
-    s.oc.reset(oc);
+    oc.reset(context);
     // A signal ends blocking writes (a pipe nobody reads) too.
-    s.oc->interrupt_callback.callback = [](void*) { return interrupted() ? 1 : 0; };
-    const bool y4m = s.isY4m();
+    oc->interrupt_callback.callback = interruptCallback;
     // YUV4MPEG2 has no field for the colour matrix and its readers take
     // BT.601, so RGB pictures are converted by that.
-    if (y4m) s.settings.colour = moduleAyuvTags();
+    if (isY4m()) settings.colour = moduleAyuvTags();
+}
 
+const AVCodec* VideoWriter::State::chooseEncoder(const AVOutputFormat* of) const {
     const AVCodec* codec = pickEncoder(settings, of);
     if (!codec) {
         throw UsageError(std::string("this FFmpeg build has no video encoder for ") +
@@ -305,104 +335,124 @@ VideoWriter::VideoWriter(const VideoOutputSettings& settings) : s_(std::make_uni
         throw UsageError(std::string("the ") + of->name + " container cannot hold " + codec->name +
                          " video; choose another --codec or output name");
     }
-    s.fmt = pickPixelFormat(settings, codec, y4m);
-    // Interlaced sources stay interlaced, fields in the same order.
-    const AVStream* sourceVideo =
-        settings.sourceContainer && settings.sourceVideoStream >= 0 &&
-                settings.sourceVideoStream <
-                    static_cast<int32_t>(settings.sourceContainer->nb_streams)
-            ? settings.sourceContainer->streams[settings.sourceVideoStream]
-            : nullptr;
-    const AVFieldOrder order = sourceVideo ? sourceVideo->codecpar->field_order : AV_FIELD_UNKNOWN;
-    s.interlaced = order == AV_FIELD_TT || order == AV_FIELD_BB || order == AV_FIELD_TB ||
-                   order == AV_FIELD_BT;
-    s.topFieldFirst = order == AV_FIELD_TT || order == AV_FIELD_TB;
-    // Each field of an interlaced picture has whole chroma rows too.
-    const AVPixFmtDescriptor* desc = av_pix_fmt_desc_get(s.fmt);
-    s.width = roundUpToChroma(settings.width, desc ? desc->log2_chroma_w : 0);
-    s.height = roundUpToChroma(settings.height, (desc ? desc->log2_chroma_h : 0) +
-                                                    (s.interlaced && desc && desc->log2_chroma_h));
-    if (s.width != settings.width || s.height != settings.height) {
-        s.notices.push_back(std::to_string(settings.width) + "x" + std::to_string(settings.height) +
-                            " padded to " + std::to_string(s.width) + "x" +
-                            std::to_string(s.height) + " for " + av_get_pix_fmt_name(s.fmt) +
-                            " (the last column or row repeated)");
-    }
+    return codec;
+}
 
-    s.enc.reset(avcodec_alloc_context3(codec));
-    if (!s.enc.get()) throw std::bad_alloc();
+// The encoded pixel format, interlacing and size (padded to whole chroma
+// samples).
+void VideoWriter::State::choosePictureLayout(const AVCodec* codec, const AVStream* sourceVideo) {
+    fmt = pickPixelFormat(settings, codec, isY4m());
+    // Interlaced sources stay interlaced, fields in the same order.
+    const AVFieldOrder order = sourceVideo ? sourceVideo->codecpar->field_order : AV_FIELD_UNKNOWN;
+    interlaced = order == AV_FIELD_TT || order == AV_FIELD_BB || order == AV_FIELD_TB ||
+                 order == AV_FIELD_BT;
+    topFieldFirst = order == AV_FIELD_TT || order == AV_FIELD_TB;
+    // Each field of an interlaced picture has whole chroma rows too.
+    const AVPixFmtDescriptor* desc = av_pix_fmt_desc_get(fmt);
+    width = roundUpToChroma(settings.width, desc ? desc->log2_chroma_w : 0);
+    height = roundUpToChroma(settings.height, (desc ? desc->log2_chroma_h : 0) +
+                                                  (interlaced && desc && desc->log2_chroma_h));
+    if (width != settings.width || height != settings.height) {
+        notices.push_back(std::to_string(settings.width) + "x" + std::to_string(settings.height) +
+                          " padded to " + std::to_string(width) + "x" + std::to_string(height) +
+                          " for " + av_get_pix_fmt_name(fmt) +
+                          " (the last column or row repeated)");
+    }
+}
+
+void VideoWriter::State::configureEncoder(const AVCodec* codec, const AVOutputFormat* of,
+                                          const AVStream* sourceVideo) {
+    enc.reset(avcodec_alloc_context3(codec));
+    if (!enc) throw std::bad_alloc();
     const AVRational rate =
         settings.frameRate.known() ? toAv(settings.frameRate) : AVRational{25, 1};
     AVRational tb = settings.timeBase.known() ? toAv(settings.timeBase) : av_inv_q(rate);
     // YUV4MPEG2 and MPEG-1/2 take their frame rate from the time base, and
     // some encoders cannot take fine time bases.
-    if (y4m || isMpeg12(codec->id) || tb.den > 65535) tb = av_inv_q(rate);
-    s.enc->width = s.width;
-    s.enc->height = s.height;
-    s.enc->pix_fmt = s.fmt;
-    s.enc->time_base = tb;
-    s.enc->framerate = rate;
-    s.enc->sample_aspect_ratio =
+    if (isY4m() || isMpeg12(codec->id) || tb.den > 65535) tb = av_inv_q(rate);
+    enc->width = width;
+    enc->height = height;
+    enc->pix_fmt = fmt;
+    enc->time_base = tb;
+    enc->framerate = rate;
+    enc->sample_aspect_ratio =
         settings.sampleAspect.known() ? toAv(settings.sampleAspect) : AVRational{0, 1};
-    s.enc->thread_count = 0;
-    if (!isRgbFormat(s.fmt)) {
-        s.enc->colorspace = static_cast<AVColorSpace>(s.settings.colour.space);
-        s.enc->color_primaries = static_cast<AVColorPrimaries>(s.settings.colour.primaries);
-        s.enc->color_trc = static_cast<AVColorTransferCharacteristic>(s.settings.colour.transfer);
-        s.enc->color_range = isFullRangeFormat(s.fmt) ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
+    enc->thread_count = 0;
+    if (!isRgbFormat(fmt)) {
+        enc->colorspace = static_cast<AVColorSpace>(settings.colour.space);
+        enc->color_primaries = static_cast<AVColorPrimaries>(settings.colour.primaries);
+        enc->color_trc = static_cast<AVColorTransferCharacteristic>(settings.colour.transfer);
+        enc->color_range = isFullRangeFormat(fmt) ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
     }
-    if (s.interlaced) {
-        s.enc->field_order = order;
-        s.enc->flags |= AV_CODEC_FLAG_INTERLACED_DCT | AV_CODEC_FLAG_INTERLACED_ME;
+    if (interlaced) {
+        enc->field_order = sourceVideo->codecpar->field_order;
+        enc->flags |= AV_CODEC_FLAG_INTERLACED_DCT | AV_CODEC_FLAG_INTERLACED_ME;
     }
-    if (std::strcmp(codec->name, "libx264") == 0) {
-        setOption(s.enc.get(), "preset", "medium");
-        setOption(s.enc.get(), "crf", "18");
-    } else if (std::strcmp(codec->name, "libx265") == 0) {
-        setOption(s.enc.get(), "x265-params", "log-level=error");
-    } else if (codec->id == AV_CODEC_ID_FFV1) {
-        setOption(s.enc.get(), "level", "3");  // sliced, so it encodes on all cores
-    } else if (codec->id == AV_CODEC_ID_MPEG4 || isMpeg12(codec->id) ||
-               codec->id == AV_CODEC_ID_MJPEG) {
-        s.enc->flags |= AV_CODEC_FLAG_QSCALE;
-        s.enc->global_quality = FF_QP2LAMBDA * 3;
-    }
-    if (of->flags & AVFMT_GLOBALHEADER) s.enc->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-    if (const int r = avcodec_open2(s.enc.get(), codec, nullptr); r < 0) {
-        const std::string why =
-            isMpeg12(codec->id)
-                ? " (MPEG-1 and MPEG-2 video take only broadcast frame rates such as 24, 25, "
-                  "29.97, 30, 50 or 60 per second; write .mp4 or .mkv)"
-                : "";
-        throwIfInterrupted();
-        throw std::runtime_error(std::string("cannot encode ") + std::to_string(s.width) + "x" +
-                         std::to_string(s.height) + " " + av_get_pix_fmt_name(s.fmt) +
-                         " video at " + std::to_string(rate.num) + "/" + std::to_string(rate.den) +
-                         " frames per second with " + codec->name + ": " + avFailure(r) + why);
-    }
-    s.vst = avformat_new_stream(s.oc.get(), nullptr);
-    if (!s.vst || avcodec_parameters_from_context(s.vst->codecpar, s.enc.get()) < 0)
+    setEncoderOptions(enc.get(), codec);
+    if (of->flags & AVFMT_GLOBALHEADER) enc->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+}
+
+void VideoWriter::State::openEncoder(const AVCodec* codec) {
+    const int r = avcodec_open2(enc.get(), codec, nullptr);
+    if (r >= 0) return;
+    const std::string why =
+        isMpeg12(codec->id)
+            ? " (MPEG-1 and MPEG-2 video take only broadcast frame rates such as 24, 25, "
+              "29.97, 30, 50 or 60 per second; write .mp4 or .mkv)"
+            : "";
+    throwIfInterrupted();
+    const AVRational rate = enc->framerate;
+    throw std::runtime_error(std::string("cannot encode ") + std::to_string(width) + "x" +
+                             std::to_string(height) + " " + av_get_pix_fmt_name(fmt) +
+                             " video at " + std::to_string(rate.num) + "/" +
+                             std::to_string(rate.den) + " frames per second with " + codec->name +
+                             ": " + avFailure(r) + why);
+}
+
+void VideoWriter::State::addVideoStream(const AVStream* sourceVideo) {
+    vst = avformat_new_stream(oc.get(), nullptr);
+    if (!vst || avcodec_parameters_from_context(vst->codecpar, enc.get()) < 0)
         throw std::bad_alloc();
-    s.vst->time_base = s.enc->time_base;
-    s.vst->avg_frame_rate = rate;
-    s.vst->sample_aspect_ratio = s.enc->sample_aspect_ratio;
+    vst->time_base = enc->time_base;
+    vst->avg_frame_rate = enc->framerate;
+    vst->sample_aspect_ratio = enc->sample_aspect_ratio;
     // What the source file says about itself and its picture carries over:
     // title, creation time, language, rotation.
-    if (settings.sourceContainer) copyTags(&s.oc->metadata, settings.sourceContainer->metadata);
-    if (const AVStream* in = sourceVideo) {
-        copyTags(&s.vst->metadata, in->metadata);
-        copyStreamSideData(in, s.vst);
-        s.vst->disposition = in->disposition;
+    if (settings.sourceContainer) copyTags(&oc->metadata, settings.sourceContainer->metadata);
+    if (sourceVideo) {
+        copyTags(&vst->metadata, sourceVideo->metadata);
+        copyStreamSideData(sourceVideo, vst);
+        vst->disposition = sourceVideo->disposition;
     }
+}
 
-    if (!(of->flags & AVFMT_NOFILE)) {
-        if (const int r = avio_open2(&s.oc->pb, url.c_str(), AVIO_FLAG_WRITE,
-                                     &s.oc->interrupt_callback, nullptr);
-            r < 0) {
-            s.failWrite(r);
-        }
-        s.fileOpen = true;
+void VideoWriter::State::openFile(const AVOutputFormat* of) {
+    if (of->flags & AVFMT_NOFILE) return;
+    const std::string url = settings.path == "-" ? "pipe:1" : settings.path;
+    if (const int r =
+            avio_open2(&oc->pb, url.c_str(), AVIO_FLAG_WRITE, &oc->interrupt_callback, nullptr);
+        r < 0) {
+        failWrite(r);
     }
+    fileOpen = true;
+}
+
+VideoWriter::VideoWriter(const VideoOutputSettings& settings) : s_(std::make_unique<State>()) {
+    State& s = *s_;
+    s.settings = settings;
+    const AVOutputFormat* of = guessContainer(settings.containerName);
+    if (!of) {
+        throw UsageError("cannot tell a video format from the name " + settings.containerName +
+                         " (use .mp4, .mkv, .mov, .png, or - for YUV4MPEG2 on standard output)");
+    }
+    s.openContainer(of);
+    const AVCodec* codec = s.chooseEncoder(of);
+    const AVStream* sourceVideo = sourceVideoOf(settings);
+    s.choosePictureLayout(codec, sourceVideo);
+    s.configureEncoder(codec, of, sourceVideo);
+    s.openEncoder(codec);
+    s.addVideoStream(sourceVideo);
+    s.openFile(of);
 }
 
 VideoWriter::~VideoWriter() = default;
