@@ -40,6 +40,13 @@ struct VideoReader::State {
     }
 
     bool decodeNext(const PacketSink& others);
+    // The steps of opening: the video stream and its decoder, then, for a
+    // file, every frame's time and whether the frames stop early.
+    const AVCodec* findVideoStream();
+    void describeStream(const AVCodec* codec);
+    void openDecoder(const AVCodec* codec, int64_t maxPixels);
+    double learnFrameTimes(Rational sequenceRate);
+    void noteShortFrames(double lastEnd);
 };
 
 namespace {
@@ -224,23 +231,17 @@ bool isPipe(const std::string& path) {
     return path == "-" || (::stat(path.c_str(), &st) == 0 && S_ISFIFO(st.st_mode));
 }
 
-VideoReader::VideoReader(const std::string& path, Rational sequenceRate)
-    : s_(std::make_unique<State>()) {
-    State& s = *s_;
-    s.path = path;
-    if (!isImageSequence(path)) sequenceRate = {};
-    OpenedInput opened = openInput(path, sequenceRate);
-    s.ic = std::move(opened.ic);
+const AVCodec* VideoReader::State::findVideoStream() {
     const AVCodec* codec = nullptr;
-    s.vs = av_find_best_stream(s.ic.get(), AVMEDIA_TYPE_VIDEO, -1, -1, &codec, 0);
-    if (s.vs == AVERROR_STREAM_NOT_FOUND) throw std::runtime_error(path + " holds no video stream");
-    if (s.vs < 0 || !codec) {
+    vs = av_find_best_stream(ic.get(), AVMEDIA_TYPE_VIDEO, -1, -1, &codec, 0);
+    if (vs == AVERROR_STREAM_NOT_FOUND) throw std::runtime_error(path + " holds no video stream");
+    if (vs < 0 || !codec) {
         // Name the codec of the first video stream: unknown to FFmpeg
         // altogether, or known but without a decoder in this build.
         const AVCodecParameters* par = nullptr;
-        for (unsigned i = 0; i < s.ic->nb_streams && !par; ++i) {
-            if (s.ic->streams[i]->codecpar->codec_type == AVMEDIA_TYPE_VIDEO)
-                par = s.ic->streams[i]->codecpar;
+        for (unsigned i = 0; i < ic->nb_streams && !par; ++i) {
+            if (ic->streams[i]->codecpar->codec_type == AVMEDIA_TYPE_VIDEO)
+                par = ic->streams[i]->codecpar;
         }
         if (!par || par->codec_id == AV_CODEC_ID_NONE) {
             char tag[AV_FOURCC_MAX_STRING_SIZE] = {};
@@ -252,8 +253,11 @@ VideoReader::VideoReader(const std::string& path, Rational sequenceRate)
         throw std::runtime_error(path + ": this FFmpeg build has no decoder for " +
                                  avcodec_get_name(par->codec_id) + " video");
     }
-    AVStream* st = s.ic->streams[s.vs];
-    VideoInfo& info = s.info;
+    return codec;
+}
+
+void VideoReader::State::describeStream(const AVCodec* codec) {
+    AVStream* st = ic->streams[vs];
     info.width = st->codecpar->width;
     info.height = st->codecpar->height;
     if (info.width <= 0 || info.height <= 0) {
@@ -265,20 +269,9 @@ VideoReader::VideoReader(const std::string& path, Rational sequenceRate)
         throw std::runtime_error(path + ": unusable video size " + std::to_string(info.width) +
                                  "x" + std::to_string(info.height));
     }
-    s.dec.reset(avcodec_alloc_context3(codec));
-    if (!s.dec || avcodec_parameters_to_context(s.dec.get(), st->codecpar) < 0)
-        throw std::bad_alloc();
-    s.dec->pkt_timebase = st->time_base;
-    s.dec->thread_count = 0;
-    s.dec->max_pixels = opened.maxPixels;
-    if (const int r = avcodec_open2(s.dec.get(), codec, nullptr); r < 0) {
-        throw std::runtime_error(path + ": cannot open the " + codec->name +
-                                 " decoder: " + avError(r));
-    }
-
-    info.frameRate = fromAv(av_guess_frame_rate(s.ic.get(), st, nullptr));
+    info.frameRate = fromAv(av_guess_frame_rate(ic.get(), st, nullptr));
     info.timeBase = fromAv(st->time_base);
-    info.sampleAspect = fromAv(av_guess_sample_aspect_ratio(s.ic.get(), st, nullptr));
+    info.sampleAspect = fromAv(av_guess_sample_aspect_ratio(ic.get(), st, nullptr));
     info.pixelFormat = st->codecpar->format;
     info.rgb = isRgbFormat(static_cast<AVPixelFormat>(st->codecpar->format));
     info.colour.space = st->codecpar->color_space;
@@ -287,32 +280,41 @@ VideoReader::VideoReader(const std::string& path, Rational sequenceRate)
     info.colour.fullRange = st->codecpar->color_range == AVCOL_RANGE_JPEG ||
                             isFullRangeFormat(static_cast<AVPixelFormat>(st->codecpar->format));
     info.codec = codec->name;
-    info.container = s.ic->iformat->name;
-    info.stampsMayJump = (s.ic->iformat->flags & AVFMT_TS_DISCONT) != 0;
+    info.container = ic->iformat->name;
+    info.stampsMayJump = (ic->iformat->flags & AVFMT_TS_DISCONT) != 0;
     if (struct stat file{}; ::stat(path.c_str(), &file) == 0 && S_ISREG(file.st_mode))
-        s.bytesAtOpen = file.st_size;
-    for (unsigned i = 0; i < s.ic->nb_streams; ++i) {
-        if (s.ic->streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) ++info.otherStreams;
+        bytesAtOpen = file.st_size;
+    for (unsigned i = 0; i < ic->nb_streams; ++i) {
+        if (ic->streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) ++info.otherStreams;
     }
+}
 
-    // Standard input and FIFOs are read once, as they arrive: their
-    // frames' times come with the frames.
-    if (isPipe(path)) {
-        info.streamed = true;
-        s.startPts = st->start_time;
-        return;
+void VideoReader::State::openDecoder(const AVCodec* codec, int64_t maxPixels) {
+    const AVStream* st = ic->streams[vs];
+    dec.reset(avcodec_alloc_context3(codec));
+    if (!dec || avcodec_parameters_to_context(dec.get(), st->codecpar) < 0) throw std::bad_alloc();
+    dec->pkt_timebase = st->time_base;
+    dec->thread_count = 0;
+    dec->max_pixels = maxPixels;
+    if (const int r = avcodec_open2(dec.get(), codec, nullptr); r < 0) {
+        throw std::runtime_error(path + ": cannot open the " + codec->name +
+                                 " decoder: " + avError(r));
     }
-    // Read the packets once, without decoding, to learn every frame's time;
-    // progress needs the number of frames in the effect's span up front.
+}
+
+// Reads the packets once, without decoding, to learn every frame's time;
+// returns where the last packet of any stream ends (negative when none says).
+double VideoReader::State::learnFrameTimes(Rational sequenceRate) {
+    const AVStream* st = ic->streams[vs];
+    // Progress needs the number of frames in the effect's span up front.
     bool allStamped = true;
     double lastEnd = -1.0;
-    std::vector<int64_t> stamps =
-        scanStamps(path, s.vs, sequenceRate, allStamped, s.cutShort, lastEnd);
+    std::vector<int64_t> stamps = scanStamps(path, vs, sequenceRate, allStamped, cutShort, lastEnd);
     if (allStamped && !stamps.empty()) {
         std::sort(stamps.begin(), stamps.end());
-        s.startPts = st->start_time != AV_NOPTS_VALUE ? std::min(st->start_time, stamps.front())
-                                                      : stamps.front();
-        for (int64_t ts : stamps) info.frameTimes.push_back(s.secondsOf(ts));
+        startPts = st->start_time != AV_NOPTS_VALUE ? std::min(st->start_time, stamps.front())
+                                                    : stamps.front();
+        for (int64_t ts : stamps) info.frameTimes.push_back(secondsOf(ts));
     } else {
         // Streams without timestamps: frames at the frame rate from 0.
         const double fps = info.frameRate.known()
@@ -323,27 +325,52 @@ VideoReader::VideoReader(const std::string& path, Rational sequenceRate)
     }
     if (info.frameTimes.empty()) throw std::runtime_error(path + " holds no video frames");
 
+    return lastEnd;
+}
+
+void VideoReader::State::noteShortFrames(double lastEnd) {
+    const AVStream* st = ic->streams[vs];
     // A file cut short (a download broken off) often still reads to its
     // end without an error: its frames stop before the length it claims.
-    double claimed = -1.0;
+    double length = -1.0;
     if (st->duration > 0 && st->duration != AV_NOPTS_VALUE) {
-        claimed = static_cast<double>(st->duration) * st->time_base.num / st->time_base.den;
-    } else if (s.ic->nb_streams == 1 && s.ic->duration > 0 && s.ic->duration != AV_NOPTS_VALUE) {
-        claimed = static_cast<double>(s.ic->duration) / AV_TIME_BASE;
+        length = static_cast<double>(st->duration) * st->time_base.num / st->time_base.den;
+    } else if (ic->nb_streams == 1 && ic->duration > 0 && ic->duration != AV_NOPTS_VALUE) {
+        length = static_cast<double>(ic->duration) / AV_TIME_BASE;
     }
     const double step = info.frameRate.known()
                             ? static_cast<double>(info.frameRate.den) / info.frameRate.num
                             : 0.04;
-    if (claimed > 0 && info.frameTimes.back() + 3 * step < claimed) {
-        s.endsAt = info.frameTimes.back() + step;
-        s.claimed = claimed;
-    } else if (lastEnd >= 0 && s.ic->duration > 0 && s.ic->duration != AV_NOPTS_VALUE &&
+    if (length > 0 && info.frameTimes.back() + 3 * step < length) {
+        endsAt = info.frameTimes.back() + step;
+        claimed = length;
+    } else if (lastEnd >= 0 && ic->duration > 0 && ic->duration != AV_NOPTS_VALUE &&
                lastEnd + std::max(0.5, 3 * step) <
-                   static_cast<double>(s.ic->duration) / AV_TIME_BASE) {
+                   static_cast<double>(ic->duration) / AV_TIME_BASE) {
         // The container's length, where every stream stops well before it.
-        s.endsAt = lastEnd;
-        s.claimed = static_cast<double>(s.ic->duration) / AV_TIME_BASE;
+        endsAt = lastEnd;
+        claimed = static_cast<double>(ic->duration) / AV_TIME_BASE;
     }
+}
+
+VideoReader::VideoReader(const std::string& path, Rational sequenceRate)
+    : s_(std::make_unique<State>()) {
+    State& s = *s_;
+    s.path = path;
+    if (!isImageSequence(path)) sequenceRate = {};
+    OpenedInput opened = openInput(path, sequenceRate);
+    s.ic = std::move(opened.ic);
+    const AVCodec* codec = s.findVideoStream();
+    s.describeStream(codec);
+    s.openDecoder(codec, opened.maxPixels);
+    // Standard input and FIFOs are read once, as they arrive: their
+    // frames' times come with the frames.
+    if (isPipe(path)) {
+        s.info.streamed = true;
+        s.startPts = s.ic->streams[s.vs]->start_time;
+        return;
+    }
+    s.noteShortFrames(s.learnFrameTimes(sequenceRate));
 }
 
 VideoReader::~VideoReader() = default;
