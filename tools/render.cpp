@@ -148,31 +148,19 @@ void renderStill(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
 int64_t frameStep(const Source& src) {
     const Rational rate = src.frameRate.known() ? src.frameRate : Rational{25, 1};
     const Rational tb = src.timeBase.known() ? src.timeBase : Rational{rate.den, rate.num};
-    const double step = static_cast<double>(rate.den) * tb.den /
-                        (static_cast<double>(rate.num) * tb.num);
+    const double step =
+        static_cast<double>(rate.den) * tb.den / (static_cast<double>(rate.num) * tb.num);
     return std::max<int64_t>(1, std::llround(step));
 }
 
-void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& span,
-                 uint32_t fourcc, const std::string& outputPath, const std::string& effectName) {
-    // A stream's length is not known before it ends: without the span's end
-    // its frames cannot be placed between 0 and 1.
-    const std::optional<size_t> count = framesInSpan(src, span);
-    if (count == size_t{0}) {
-        throw UsageError("no frame of " + src.name + " lies in --span " + rq.span.value_or("") +
-                         (src.times.empty() ? std::string()
-                                            : "; it runs from 0 to " + seconds(src.times.back())));
-    }
-    if (!count) {
-        say(rq.quiet, src.name +
-                          " is rendered as it arrives, so its length is not known: "
-                          "progress stays 0 (--span START:END runs it from 0 to 1)");
-    }
-    const size_t n = count.value_or(1);
-    OutputFile out(outputPath);
+// Where the frames go: the container and encoder follow the output name
+// and the options; the source's colour description, tags, rotation and
+// field order go along.
+VideoOutputSettings outputSettings(const Source& src, const RenderRequest& rq, uint32_t fourcc,
+                                   const OutputFile& out) {
     VideoOutputSettings settings;
     settings.path = out.path();
-    settings.containerName = outputPath;
+    settings.containerName = out.finalPath();
     settings.width = src.width;
     settings.height = src.height;
     settings.frameRate = src.frameRate;
@@ -191,13 +179,17 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
         settings.colour = fourcc == kFourccAyuv ? moduleAyuvTags() : rgbSourceTags();
     }
     if (src.kind == Source::Kind::Video) {
-        // Tags, rotation and field order go along.
         settings.sourceContainer = src.reader->formatContext();
         settings.sourceVideoStream = src.reader->videoStream();
     }
-    VideoWriter writer(settings);
+    return settings;
+}
 
-    std::map<int32_t, int32_t> copied;  // input stream -> output stream
+// Copies of the input's other streams that the container takes; one line
+// names those left out. Returns input stream -> output stream.
+std::map<int32_t, int32_t> addOtherStreams(const Source& src, VideoWriter& writer,
+                                           const RenderRequest& rq, const std::string& outputPath) {
+    std::map<int32_t, int32_t> copied;
     if (src.kind == Source::Kind::Video) {
         std::vector<std::string> leftOut;
         copied = writer.addCopiedStreams(src.reader->formatContext(), src.reader->videoStream(),
@@ -209,16 +201,25 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
         }
     }
     for (const std::string& notice : writer.notices()) say(rq.quiet, notice);
-    // From here on the writer belongs to the encoding thread: pictures and
-    // copied packets go to it in file order.
-    EncodeBehind encoder(writer);
+    return copied;
+}
+
+struct FramesDone {
+    int64_t frames = 0;      // handed to the encoder
+    size_t inSpan = 0;       // of them, rendered through the effect
+    int64_t stampMoves = 0;  // times the stamps started again or jumped
+};
+
+// Every frame of the source, rendered inside the span and passed through
+// outside it, handed to the encoder in order. `count` is the number of
+// frames in the span when known.
+FramesDone renderFrames(Source& src, Renderer& r, const Span& span, uint32_t fourcc,
+                        std::optional<size_t> count, const std::map<int32_t, int32_t>& copied,
+                        EncodeBehind& encoder, ProgressBar& bar) {
     const PacketSink audioSink = [&](AVPacket* packet, const AVStream* st) {
         const auto it = copied.find(streamIndex(st));
         if (it != copied.end()) encoder.packet(packet, st, it->second);
     };
-
-    ProgressBar bar(src.streamed() ? 0 : static_cast<int64_t>(src.times.size()),
-                    !rq.quiet && stderrIsTerminal());
     // A file is decoded ahead on a thread of its own; standard input, whose
     // reads may block for as long as the writer upstream likes, and the
     // generated frames are taken here.
@@ -228,9 +229,7 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
     auto next = [&](DecodedFrame& f) {
         return ahead ? ahead->next(f, audioSink) : nextFrame(src, fourcc, f, audioSink);
     };
-    DecodedFrame frame;
-    size_t inSpan = 0;
-    int64_t done = 0;
+    const size_t n = count.value_or(1);
     // Stamps that restart or jump (MPEG-TS files joined with cat) are made
     // to run on, as ffmpeg does.
     SteadyStamps stamps;
@@ -238,16 +237,18 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
     const int64_t maxGap = src.kind == Source::Kind::Video && src.reader->info().stampsMayJump
                                ? step * 250
                                : std::numeric_limits<int64_t>::max();
+    FramesDone done;
+    DecodedFrame frame;
     while (next(frame)) {
         throwIfInterrupted();
         frame.pts = stamps.next(frame.pts, step, maxGap);
         // Progress runs from 0 on the span's first frame to 1 on its last;
         // frames outside the span pass through unchanged.
-        if (span.contains(frame.time) && (!count || inSpan < n)) {
+        if (span.contains(frame.time) && (!count || done.inSpan < n)) {
             const double progress =
-                n > 1 ? std::min(1.0, static_cast<double>(inSpan) / static_cast<double>(n - 1))
+                n > 1 ? std::min(1.0, static_cast<double>(done.inSpan) / static_cast<double>(n - 1))
                       : 0.0;
-            ++inSpan;
+            ++done.inSpan;
             Picture rendered = encoder.spare();
             r.renderInto(frame.picture, progress, rendered);
             encoder.frame(std::move(rendered), frame.pts);
@@ -257,13 +258,70 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
             std::swap(passed, frame.picture);
             encoder.frame(std::move(passed), frame.pts);
         }
-        bar.update(++done);
+        bar.update(++done.frames);
     }
     ahead.reset();
-    // A damaged input gives the frames that could be decoded, and says so.
+    done.stampMoves = stamps.moves;
+    return done;
+}
+
+// What was wrong with the input, after the output is written.
+void warnAboutInput(const Source& src, const FramesDone& done) {
     const std::string damage = src.reader ? src.reader->damage() : std::string();
     const bool shrank = src.reader && src.reader->shrank();
-    if (done == 0) {
+    const auto frames = static_cast<long long>(done.frames);
+    const std::string ofAll =
+        src.streamed() ? std::string() : " of its " + std::to_string(src.times.size());
+    if (shrank) {
+        std::fprintf(stderr,
+                     "reelfx: warning: %s shrank while it was read: wrote the %lld%s frames that "
+                     "could be read; the rest could not be read\n",
+                     src.name.c_str(), frames, ofAll.c_str());
+    } else if (!damage.empty()) {
+        std::fprintf(stderr,
+                     "reelfx: warning: %s is damaged: %s; wrote the %lld%s frames that could be "
+                     "decoded\n",
+                     src.name.c_str(), damage.c_str(), frames, ofAll.c_str());
+    } else if (!src.streamed() && done.frames < static_cast<int64_t>(src.times.size())) {
+        std::fprintf(stderr,
+                     "reelfx: warning: %s changed while it was read: wrote the %lld%s frames that "
+                     "could be read; the rest could not be read\n",
+                     src.name.c_str(), frames, ofAll.c_str());
+    }
+    if (done.stampMoves > 0) {
+        std::fprintf(stderr,
+                     "reelfx: warning: the timestamps of %s start again or jump %lld time(s); "
+                     "the frames were written one after another\n",
+                     src.name.c_str(), static_cast<long long>(done.stampMoves));
+    }
+}
+
+void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& span,
+                 uint32_t fourcc, const std::string& outputPath, const std::string& effectName) {
+    // A stream's length is not known before it ends: without the span's end
+    // its frames cannot be placed between 0 and 1.
+    const std::optional<size_t> count = framesInSpan(src, span);
+    if (count == size_t{0}) {
+        throw UsageError("no frame of " + src.name + " lies in --span " + rq.span.value_or("") +
+                         (src.times.empty() ? std::string()
+                                            : "; it runs from 0 to " + seconds(src.times.back())));
+    }
+    if (!count) {
+        say(rq.quiet, src.name +
+                          " is rendered as it arrives, so its length is not known: "
+                          "progress stays 0 (--span START:END runs it from 0 to 1)");
+    }
+    OutputFile out(outputPath);
+    VideoWriter writer(outputSettings(src, rq, fourcc, out));
+    const std::map<int32_t, int32_t> copied = addOtherStreams(src, writer, rq, outputPath);
+    // From here on the writer belongs to the encoding thread: pictures and
+    // copied packets go to it in file order.
+    EncodeBehind encoder(writer);
+    ProgressBar bar(src.streamed() ? 0 : static_cast<int64_t>(src.times.size()),
+                    !rq.quiet && stderrIsTerminal());
+    const FramesDone done = renderFrames(src, r, span, fourcc, count, copied, encoder, bar);
+    if (done.frames == 0) {
+        const std::string damage = src.reader ? src.reader->damage() : std::string();
         throw std::runtime_error(src.name + ": no frame could be decoded" +
                                  (damage.empty() ? std::string() : " (" + damage + ")"));
     }
@@ -271,35 +329,12 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
     out.commit();
     bar.finish();
     say(rq.quiet,
-        "wrote " + outputPath + ": " + std::to_string(done) + " frames, " + std::to_string(inSpan) +
-            " with " + effectName +
+        "wrote " + outputPath + ": " + std::to_string(done.frames) + " frames, " +
+            std::to_string(done.inSpan) + " with " + effectName +
             (copied.empty() ? ""
                             : ", " + std::to_string(copied.size()) + " other stream(s) copied") +
             "; " + writer.description());
-    const std::string ofAll =
-        src.streamed() ? std::string() : " of its " + std::to_string(src.times.size());
-    if (shrank) {
-        std::fprintf(stderr,
-                     "reelfx: warning: %s shrank while it was read: wrote the %lld%s frames that "
-                     "could be read; the rest could not be read\n",
-                     src.name.c_str(), static_cast<long long>(done), ofAll.c_str());
-    } else if (!damage.empty()) {
-        std::fprintf(stderr,
-                     "reelfx: warning: %s is damaged: %s; wrote the %lld%s frames that could be "
-                     "decoded\n",
-                     src.name.c_str(), damage.c_str(), static_cast<long long>(done), ofAll.c_str());
-    } else if (!src.streamed() && done < static_cast<int64_t>(src.times.size())) {
-        std::fprintf(stderr,
-                     "reelfx: warning: %s changed while it was read: wrote the %lld%s frames that "
-                     "could be read; the rest could not be read\n",
-                     src.name.c_str(), static_cast<long long>(done), ofAll.c_str());
-    }
-    if (stamps.moves > 0) {
-        std::fprintf(stderr,
-                     "reelfx: warning: the timestamps of %s start again or jump %lld time(s); "
-                     "the frames were written one after another\n",
-                     src.name.c_str(), static_cast<long long>(stamps.moves));
-    }
+    warnAboutInput(src, done);
 }
 
 }  // namespace
