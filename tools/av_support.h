@@ -1,5 +1,5 @@
-// FFmpeg helpers shared by the video reader and writer; included by their
-// .cpp files only.
+// FFmpeg helpers shared by the video reader, the writer and the threads
+// between them: owners, conversions, error texts.
 #pragma once
 
 extern "C" {

@@ -27,17 +27,13 @@ DecodeAhead::~DecodeAhead() {
     }
     changed_.notify_all();
     thread_.join();
-    for (Item& item : queue_) av_packet_free(&item.packet);
 }
 
 void DecodeAhead::push(Item item) {
     std::unique_lock<std::mutex> lock(mutex_);
     const bool frame = item.packet == nullptr;
     if (frame) changed_.wait(lock, [&] { return stop_ || framesQueued_ < kDepth; });
-    if (stop_) {
-        av_packet_free(&item.packet);
-        return;
-    }
+    if (stop_) return;
     framesQueued_ += frame;
     queue_.push_back(std::move(item));
     changed_.notify_all();
@@ -48,7 +44,7 @@ void DecodeAhead::run() {
         const PacketSink keep = [&](AVPacket* packet, const AVStream* stream) {
             if (!wanted_(streamIndex(stream))) return;
             Item item;
-            item.packet = av_packet_clone(packet);
+            item.packet.reset(av_packet_clone(packet));
             if (!item.packet) throw std::bad_alloc();
             item.stream = stream;
             push(std::move(item));
@@ -101,11 +97,7 @@ bool DecodeAhead::next(DecodedFrame& out, const PacketSink& others) {
         }
         if (item.packet) {
             // Written (or dropped) here, on the taking thread.
-            struct Free {
-                AVPacket*& p;
-                ~Free() { av_packet_free(&p); }
-            } freer{item.packet};
-            if (others) others(item.packet, item.stream);
+            if (others) others(item.packet.get(), item.stream);
             continue;
         }
         std::swap(out, item.frame);

@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "tools/av_support.h"
 #include "tools/input_source.h"
 
 namespace reelfx::tool {
@@ -34,7 +35,7 @@ public:
 private:
     struct Item {
         DecodedFrame frame;
-        AVPacket* packet = nullptr;  // a packet of another stream instead of a frame
+        PacketOwner packet;  // a packet of another stream instead of a frame
         const AVStream* stream = nullptr;
     };
     void run();

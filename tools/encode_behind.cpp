@@ -34,7 +34,6 @@ EncodeBehind::~EncodeBehind() {
     }
     lock.unlock();
     thread_.join();
-    for (Item& item : queue_) av_packet_free(&item.packet);
 }
 
 void EncodeBehind::rethrowError() {
@@ -54,10 +53,7 @@ void EncodeBehind::push(Item item) {
     std::unique_lock<std::mutex> lock(mutex_);
     while (true) {
         rethrowError();
-        if (ended_) {
-            av_packet_free(&item.packet);
-            return;
-        }
+        if (ended_) return;
         if (!isFrame || framesQueued_ < kDepth) break;
         if (!changed_.wait_for(lock, kPoll,
                                [&] { return error_ || ended_ || framesQueued_ < kDepth; })) {
@@ -80,9 +76,8 @@ void EncodeBehind::frame(Picture&& picture, int64_t pts) {
 
 void EncodeBehind::packet(AVPacket* packet, const AVStream* in, int32_t outIndex) {
     Item item;
-    item.packet = av_packet_alloc();
-    if (!item.packet) throw std::bad_alloc();
-    av_packet_move_ref(item.packet, packet);
+    item.packet = newPacket();
+    av_packet_move_ref(item.packet.get(), packet);
     item.in = in;
     item.outIndex = outIndex;
     push(std::move(item));
@@ -120,11 +115,7 @@ void EncodeBehind::run() {
                 queue_.pop_front();
             }
             if (item.packet) {
-                struct Free {
-                    AVPacket*& p;
-                    ~Free() { av_packet_free(&p); }
-                } freer{item.packet};
-                writer_.writePacket(item.packet, item.in, item.outIndex);
+                writer_.writePacket(item.packet.get(), item.in, item.outIndex);
                 continue;
             }
             writer_.writeFrame(item.picture, item.pts);

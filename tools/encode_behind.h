@@ -14,9 +14,7 @@
 #include <vector>
 
 #include "host/host.h"
-
-struct AVPacket;
-struct AVStream;
+#include "tools/av_support.h"
 
 namespace reelfx::tool {
 
@@ -50,7 +48,7 @@ private:
     struct Item {
         Picture picture;
         int64_t pts = 0;
-        AVPacket* packet = nullptr;  // a packet of a copied stream instead of a picture
+        PacketOwner packet;  // a packet of a copied stream instead of a picture
         const AVStream* in = nullptr;
         int32_t outIndex = -1;
     };
