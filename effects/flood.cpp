@@ -133,7 +133,7 @@ void renderFlood(const FrameContext* ctx, const ParameterBlock* block, uint32_t 
     if (width <= 0 || height <= 0) return;
 
     // NaN and values beyond 32 bits truncate to INT32_MIN: one pass.
-    int32_t passes = truncToInt32(paramValue(block, 0));
+    int32_t passes = truncToInt32(paramValue(block, kFloodIntensity));
     if (passes < 1) passes = 1;
 
     // The edge rows and columns, which no walk writes.

@@ -262,18 +262,18 @@ void renderLantern(const FrameContext* ctx, const ParameterBlock* block, double 
     const int32_t height = ctx->height;
     if (!haveBothPictures(dst, src, ctx->stride, width, height, format)) return;
 
-    const double fadeShare = paramValue(block, 0) * kFadeScale;
+    const double fadeShare = paramValue(block, kLanternFading) * kFadeScale;
     // q = 20 - trunc("Spot Radius") in wrapping 32-bit arithmetic. NaN and
     // values beyond the 32-bit range truncate to -2^31, and the difference
     // for those (and for values just above -2^31) wraps below 1: q = 1, the
     // largest spot.
     int32_t q =
-        static_cast<int32_t>(20u - static_cast<uint32_t>(truncToInt32(paramValue(block, 1))));
+        static_cast<int32_t>(20u - static_cast<uint32_t>(truncToInt32(paramValue(block, kLanternSpotRadius))));
     if (q < 1) q = 1;
     // Below 0 (and NaN) the band is empty: a hard-edged spot, as with 0.
     // Above 100 it reaches beyond 0 < e < 1 and the blend extrapolates.
     Shading sh{};
-    sh.aaLow = 0.5 - paramValue(block, 2) * 0.005;
+    sh.aaLow = 0.5 - paramValue(block, kLanternAntiAliasing) * 0.005;
     sh.aaHigh = 1.0 - sh.aaLow;
     sh.darkShortcut = sh.aaLow >= -1.0;
     sh.litShortcut = sh.aaHigh <= 6.5;

@@ -390,9 +390,9 @@ void renderMosaic(const FrameContext* ctx, const ParameterBlock* block, uint32_t
     if (!haveBothPictures(dst, src, ctx->stride, width, height, format)) return;
     if (width <= 0 || height <= 0) return;
 
-    int32_t n = truncToInt32(paramValue(block, 0) * 10.0);
+    int32_t n = truncToInt32(paramValue(block, kMosaicResolution) * 10.0);
     if (n < 1) n = 1;
-    int32_t k = truncToInt32(paramValue(block, 1));
+    int32_t k = truncToInt32(paramValue(block, kMosaicOverlap));
     if (k < 1) return;  // the patch is empty: nothing is painted
     const int32_t h = n >> 1;
 

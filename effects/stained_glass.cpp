@@ -80,7 +80,7 @@ void renderStainedGlass(const FrameContext* ctx, const ParameterBlock* block, ui
     // every cell that holds a pixel holds exactly one and is its own nearest
     // seed, so a larger G draws the same picture: G stops there, which
     // bounds the boundary tables by the picture's sides.
-    int32_t g = truncToInt32(paramValue(block, 0));
+    int32_t g = truncToInt32(paramValue(block, kStainedGlassIntensity));
     if (g < 1) g = 1;
     g = std::min(g, std::max(width, height));
 

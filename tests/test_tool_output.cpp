@@ -338,7 +338,9 @@ TEST_F(ToolOutput, WriteErrorEndsTheRun) {
         shell("timeout -s KILL 20 " + tool("render|Lantern|--size|320x180|--duration|60|-o|-") +
               " >/dev/full");
     EXPECT_EQ(r.status, 1) << r.err;
-    EXPECT_NE(r.err.find("cannot write - (standard output): No space left on device"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("cannot write - (standard output): No space left on device"),
+              std::string::npos)
+        << r.err;
 }
 
 }  // namespace

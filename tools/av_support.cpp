@@ -138,17 +138,13 @@ void copyRows(const uint8_t* src, int srcStride, uint8_t* dst, int dstStride, in
     }
 }
 
-ColourTags rgbSourceTags() {
-    return {AVCOL_SPC_BT709, AVCOL_PRI_BT709, AVCOL_TRC_BT709, false};
-}
+ColourTags rgbSourceTags() { return {AVCOL_SPC_BT709, AVCOL_PRI_BT709, AVCOL_TRC_BT709, false}; }
 
 ColourTags moduleAyuvTags() {
     return {AVCOL_SPC_SMPTE170M, AVCOL_PRI_SMPTE170M, AVCOL_TRC_SMPTE170M, false};
 }
 
-int32_t streamIndex(const AVStream* stream) {
-    return stream->index;
-}
+int32_t streamIndex(const AVStream* stream) { return stream->index; }
 
 std::string streamCodecName(const AVStream* stream) {
     const AVCodecParameters* par = stream->codecpar;

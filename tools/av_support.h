@@ -51,12 +51,8 @@ std::string avError(int code);
 // space is limited.
 std::string avFailure(int code);
 
-inline AVRational toAv(Rational r) {
-    return AVRational{r.num, r.den};
-}
-inline Rational fromAv(AVRational r) {
-    return Rational{r.num, r.den};
-}
+inline AVRational toAv(Rational r) { return AVRational{r.num, r.den}; }
+inline Rational fromAv(AVRational r) { return Rational{r.num, r.den}; }
 
 bool isRgbFormat(AVPixelFormat f);
 bool hasAlpha(AVPixelFormat f);

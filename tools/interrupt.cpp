@@ -98,13 +98,9 @@ void installInterruptHandlers() {
     std::signal(SIGPIPE, SIG_IGN);
 }
 
-bool interrupted() {
-    return gInterrupted != 0;
-}
+bool interrupted() { return gInterrupted != 0; }
 
-int interruptCallback(void*) {
-    return interrupted() ? 1 : 0;
-}
+int interruptCallback(void*) { return interrupted() ? 1 : 0; }
 
 void wakeAfterInterrupt(pthread_t thread) {
     // Without the handler the signal would be ignored anyway (its default).
@@ -131,8 +127,6 @@ void forgetTemporary(int handle) {
     if (handle >= 0 && handle < kSlots) gSlots[handle].state.store(kFree);
 }
 
-mode_t newFileMode() {
-    return gFileMode;
-}
+mode_t newFileMode() { return gFileMode; }
 
 }  // namespace reelfx::tool

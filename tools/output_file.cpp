@@ -35,9 +35,7 @@ std::set<std::pair<dev_t, ino_t>> gInputs;       // files no output may replace
 std::set<std::string> gSwept;                    // folders already rid of dead runs' temporaries
 constexpr char kTemporaryPrefix[] = ".reelfx-";  // + 6 characters from mkstemp/mkdtemp
 
-std::string errorText(int code) {
-    return std::strerror(code);
-}
+std::string errorText(int code) { return std::strerror(code); }
 
 fs::path folderOf(const std::string& path) {
     const fs::path p(path);
@@ -124,9 +122,7 @@ Temporary createTemporary(const fs::path& dir, bool folder, const std::string& f
                              dir.string());
 }
 
-bool isInput(const struct stat& st) {
-    return gInputs.count({st.st_dev, st.st_ino}) != 0;
-}
+bool isInput(const struct stat& st) { return gInputs.count({st.st_dev, st.st_ino}) != 0; }
 
 // Moves `from` to `to` unless `to` exists; returns 0 or the errno.
 int moveWithoutReplacing(const std::string& from, const std::string& to) {
@@ -303,9 +299,7 @@ void OutputFile::commitSequence() {
     fs::remove(folder_, ec);
 }
 
-void setOverwritePolicy(Overwrite policy) {
-    gOverwrite = policy;
-}
+void setOverwritePolicy(Overwrite policy) { gOverwrite = policy; }
 
 void confirmOverwrite(const std::string& path, int64_t pictures) {
     if (path == "-") return;
@@ -332,10 +326,8 @@ void confirmOverwrite(const std::string& path, int64_t pictures) {
                                         " more pictures of " + path;
     const std::string exist = existing.size() == 1 ? " already exists" : " already exist";
     switch (gOverwrite) {
-        case Overwrite::Always:
-            break;
-        case Overwrite::Never:
-            throw std::runtime_error(names + exist + "; not overwritten (-n)");
+        case Overwrite::Always: break;
+        case Overwrite::Never: throw std::runtime_error(names + exist + "; not overwritten (-n)");
         case Overwrite::Ask:
             if (isatty(STDIN_FILENO) != 1) {
                 throw std::runtime_error(names + exist +

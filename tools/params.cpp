@@ -8,6 +8,8 @@
 #include <limits>
 #include <numeric>
 
+#include "host/names.h"
+
 extern "C" {
 #include <libavutil/log.h>
 #include <libavutil/parseutils.h>
@@ -23,15 +25,7 @@ std::string_view trim(std::string_view s) {
     return s;
 }
 
-std::string lower(std::string_view s) {
-    std::string out(s);
-    for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return out;
-}
-
-std::string quoted(std::string_view s) {
-    return "\"" + std::string(s) + "\"";
-}
+std::string quoted(std::string_view s) { return "\"" + std::string(s) + "\""; }
 
 std::string quotedList(const std::vector<std::string>& names) {
     std::string out;
@@ -63,9 +57,8 @@ int32_t matchName(std::string_view query, const std::vector<std::string>& names)
     for (size_t i = 0; i < names.size(); ++i) {
         if (names[i] == query) return static_cast<int32_t>(i);
     }
-    const std::string low = lower(query);
     for (size_t i = 0; i < names.size(); ++i) {
-        if (lower(names[i]) == low) return static_cast<int32_t>(i);
+        if (equalsIgnoreCase(names[i], query)) return static_cast<int32_t>(i);
     }
     const std::string norm = normalizeName(query);
     if (norm.empty()) return -1;
@@ -179,7 +172,7 @@ std::optional<uint32_t> parseColour(std::string_view text) {
         colour = {'#', text[1], text[1], text[2], text[2], text[3], text[3]};
     }
     // "random" would make two runs differ.
-    if (lower(colour).rfind("random", 0) == 0) return std::nullopt;
+    if (toLower(colour).rfind("random", 0) == 0) return std::nullopt;
     uint8_t rgba[4] = {};
     const int level = av_log_get_level();
     av_log_set_level(AV_LOG_QUIET);  // a mistake is reported by the caller
@@ -204,16 +197,11 @@ std::string formatColour(uint32_t argb) {
 
 const char* kindName(int32_t kind) {
     switch (kind) {
-        case kParameterKindReal:
-            return "real";
-        case kParameterKindChoice:
-            return "choice";
-        case kParameterKindColour:
-            return "colour";
-        case kParameterKindWhole:
-            return "whole";
-        default:
-            return "unknown";
+        case kParameterKindReal: return "real";
+        case kParameterKindChoice: return "choice";
+        case kParameterKindColour: return "colour";
+        case kParameterKindWhole: return "whole";
+        default: return "unknown";
     }
 }
 
@@ -357,10 +345,8 @@ double valueAt(const ParameterSetting& s, double progress) {
     const Keyframe& b = s.keys[k];
     const double f = (progress - a.progress) / (b.progress - a.progress);
     switch (s.kind) {
-        case kParameterKindChoice:
-            return a.value;
-        case kParameterKindWhole:
-            return std::round(std::lerp(a.value, b.value, f));
+        case kParameterKindChoice: return a.value;
+        case kParameterKindWhole: return std::round(std::lerp(a.value, b.value, f));
         case kParameterKindColour: {
             const auto ca = static_cast<uint32_t>(a.value);
             const auto cb = static_cast<uint32_t>(b.value);
@@ -373,8 +359,7 @@ double valueAt(const ParameterSetting& s, double progress) {
             }
             return static_cast<double>(out);
         }
-        default:
-            return std::lerp(a.value, b.value, f);
+        default: return std::lerp(a.value, b.value, f);
     }
 }
 

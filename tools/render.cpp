@@ -14,6 +14,9 @@
 #include <optional>
 #include <stdexcept>
 
+#include "host/names.h"
+#include "tools/builtin_clip.h"
+#include "tools/chunk_meta.h"
 #include "tools/decode_ahead.h"
 #include "tools/encode_behind.h"
 #include "tools/image_io.h"
@@ -22,7 +25,6 @@
 #include "tools/params.h"
 #include "tools/progress_bar.h"
 #include "tools/sheet.h"
-#include "tools/test_clip.h"
 #include "tools/video_reader.h"
 #include "tools/video_writer.h"
 
@@ -33,9 +35,7 @@ namespace {
 namespace fs = std::filesystem;
 
 std::string lowerExtension(const std::string& path) {
-    std::string ext = fs::path(path).extension().string();
-    for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return ext;
+    return toLower(fs::path(path).extension().string());
 }
 
 // One picture: .png through libpng, the other picture names through
@@ -188,9 +188,10 @@ VideoOutputSettings outputSettings(const Source& src, const RenderRequest& rq, u
 // Copies of the input's other streams that the container takes; one line
 // names those left out. Returns input stream -> output stream.
 std::map<int32_t, int32_t> addOtherStreams(const Source& src, VideoWriter& writer,
-                                           const RenderRequest& rq, const std::string& outputPath) {
+                                           const RenderRequest& rq, const std::string& outputPath,
+                                           bool copy) {
     std::map<int32_t, int32_t> copied;
-    if (src.kind == Source::Kind::Video) {
+    if (src.kind == Source::Kind::Video && copy) {
         std::vector<std::string> leftOut;
         copied = writer.addCopiedStreams(src.reader->formatContext(), src.reader->videoStream(),
                                          !rq.noAudio, src.name, leftOut);
@@ -214,8 +215,9 @@ struct FramesDone {
 // outside it, handed to the encoder in order. `count` is the number of
 // frames in the span when known.
 FramesDone renderFrames(Source& src, Renderer& r, const Span& span, uint32_t fourcc,
-                        std::optional<size_t> count, const std::map<int32_t, int32_t>& copied,
-                        EncodeBehind& encoder, ProgressBar& bar) {
+                        std::optional<size_t> count, const std::optional<ChunkWindow>& window,
+                        const std::map<int32_t, int32_t>& copied, EncodeBehind& encoder,
+                        ProgressBar& bar) {
     const PacketSink audioSink = [&](AVPacket* packet, const AVStream* st) {
         const auto it = copied.find(streamIndex(st));
         if (it != copied.end()) encoder.packet(packet, st, it->second);
@@ -230,6 +232,22 @@ FramesDone renderFrames(Source& src, Renderer& r, const Span& span, uint32_t fou
         return ahead ? ahead->next(f, audioSink) : nextFrame(src, fourcc, f, audioSink);
     };
     const size_t n = count.value_or(1);
+    // Progress runs from 0 on the span's first frame to 1 on its last.
+    auto progressAt = [&](size_t inSpan) {
+        return n > 1 ? std::min(1.0, static_cast<double>(inSpan) / static_cast<double>(n - 1))
+                     : 0.0;
+    };
+    // An effect with state renders the span's frames before a chunk, unwritten,
+    // on a blank picture of the frame's size: its state follows the parameters,
+    // the size and the progress, never the pixels, so those frames are not decoded.
+    if (window && window->replay) {
+        const Picture blank(src.width, src.height);
+        Picture replayed;
+        for (size_t i = 0; i < window->spanBefore; ++i) {
+            throwIfInterrupted();
+            r.renderInto(blank, progressAt(i), replayed);
+        }
+    }
     // Stamps that restart or jump (MPEG-TS files joined with cat) are made
     // to run on, as ffmpeg does.
     SteadyStamps stamps;
@@ -238,16 +256,25 @@ FramesDone renderFrames(Source& src, Renderer& r, const Span& span, uint32_t fou
                                ? step * 250
                                : std::numeric_limits<int64_t>::max();
     FramesDone done;
+    done.inSpan = window ? window->spanBefore : 0;
+    int64_t index = window ? window->nextIndex : 0;  // of the frame in the whole clip
     DecodedFrame frame;
     while (next(frame)) {
         throwIfInterrupted();
+        // Frames decoded on the way from a key frame to a chunk are dropped.
+        if (window && frame.time < window->startTime) continue;
+        const int64_t k = index++;
+        if (window && k == window->range.first && window->startTime >= 0 &&
+            frame.time != window->startTime) {
+            throw std::runtime_error(src.name + ": frame " + std::to_string(k) +
+                                     " could not be reached from a key frame before it");
+        }
+        if (window && k < window->range.first) continue;
+        if (window && k >= window->range.end) break;
         frame.pts = stamps.next(frame.pts, step, maxGap);
-        // Progress runs from 0 on the span's first frame to 1 on its last;
-        // frames outside the span pass through unchanged.
+        // Frames outside the span pass through unchanged.
         if (span.contains(frame.time) && (!count || done.inSpan < n)) {
-            const double progress =
-                n > 1 ? std::min(1.0, static_cast<double>(done.inSpan) / static_cast<double>(n - 1))
-                      : 0.0;
+            const double progress = progressAt(done.inSpan);
             ++done.inSpan;
             Picture rendered = encoder.spare();
             r.renderInto(frame.picture, progress, rendered);
@@ -266,7 +293,7 @@ FramesDone renderFrames(Source& src, Renderer& r, const Span& span, uint32_t fou
 }
 
 // What was wrong with the input, after the output is written.
-void warnAboutInput(const Source& src, const FramesDone& done) {
+void warnAboutInput(const Source& src, const FramesDone& done, int64_t expected) {
     const std::string damage = src.reader ? src.reader->damage() : std::string();
     const bool shrank = src.reader && src.reader->shrank();
     const auto frames = static_cast<long long>(done.frames);
@@ -282,7 +309,7 @@ void warnAboutInput(const Source& src, const FramesDone& done) {
                      "reelfx: warning: %s is damaged: %s; wrote the %lld%s frames that could be "
                      "decoded\n",
                      src.name.c_str(), damage.c_str(), frames, ofAll.c_str());
-    } else if (!src.streamed() && done.frames < static_cast<int64_t>(src.times.size())) {
+    } else if (!src.streamed() && done.frames < expected) {
         std::fprintf(stderr,
                      "reelfx: warning: %s changed while it was read: wrote the %lld%s frames that "
                      "could be read; the rest could not be read\n",
@@ -306,20 +333,31 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
                          (src.times.empty() ? std::string()
                                             : "; it runs from 0 to " + seconds(src.times.back())));
     }
+    // A chunk starts where its range asks, with the state of the frames
+    // before it brought along (see chunk_meta.h).
+    std::optional<ChunkWindow> window;
+    if (rq.frames) window = startChunk(src, rq, effectName, span, outputPath);
     if (!count) {
         say(rq.quiet, src.name +
                           " is rendered as it arrives, so its length is not known: "
                           "progress stays 0 (--span START:END runs it from 0 to 1)");
     }
     OutputFile out(outputPath);
-    VideoWriter writer(outputSettings(src, rq, fourcc, out));
-    const std::map<int32_t, int32_t> copied = addOtherStreams(src, writer, rq, outputPath);
+    VideoOutputSettings settings = outputSettings(src, rq, fourcc, out);
+    if (window) {
+        settings.tags.emplace_back(kChunkTag, chunkRecordJson(makeChunkRecord(
+                                                  src, rq, effectName, *window, settings.colour,
+                                                  settings.sourcePixelFormat)));
+    }
+    VideoWriter writer(settings);
+    const std::map<int32_t, int32_t> copied = addOtherStreams(src, writer, rq, outputPath, !window);
     // From here on the writer belongs to the encoding thread: pictures and
     // copied packets go to it in file order.
     EncodeBehind encoder(writer);
-    ProgressBar bar(src.streamed() ? 0 : static_cast<int64_t>(src.times.size()),
-                    !rq.quiet && stderrIsTerminal());
-    const FramesDone done = renderFrames(src, r, span, fourcc, count, copied, encoder, bar);
+    const int64_t expected =
+        window ? window->range.end - window->range.first : static_cast<int64_t>(src.times.size());
+    ProgressBar bar(src.streamed() && !window ? 0 : expected, !rq.quiet && stderrIsTerminal());
+    const FramesDone done = renderFrames(src, r, span, fourcc, count, window, copied, encoder, bar);
     if (done.frames == 0) {
         const std::string damage = src.reader ? src.reader->damage() : std::string();
         throw std::runtime_error(src.name + ": no frame could be decoded" +
@@ -330,36 +368,24 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
     bar.finish();
     say(rq.quiet,
         "wrote " + outputPath + ": " + std::to_string(done.frames) + " frames, " +
-            std::to_string(done.inSpan) + " with " + effectName +
+            std::to_string(done.inSpan - (window ? window->spanBefore : 0)) + " with " +
+            effectName +
             (copied.empty() ? ""
                             : ", " + std::to_string(copied.size()) + " other stream(s) copied") +
             "; " + writer.description());
-    warnAboutInput(src, done);
+    warnAboutInput(src, done, expected);
 }
 
 }  // namespace
 
-std::string effectSlug(const std::string& name) {
-    std::string out;
-    for (char c : name) {
-        if (std::isalnum(static_cast<unsigned char>(c))) {
-            out += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-        } else if (!out.empty() && out.back() != '-') {
-            out += '-';
-        }
-    }
-    while (!out.empty() && out.back() == '-') out.pop_back();
-    return out;
-}
-
 std::string defaultOutputName(const std::string& input, bool stillInput,
                               const std::string& effectName) {
-    if (input.empty()) return effectSlug(effectName) + ".mp4";
+    if (input.empty()) return effectSlug(effectName, '-') + ".mp4";
     if (input == "-") return "-";
     const fs::path p(input);
     std::string ext = stillInput ? ".png" : p.extension().string();
     if (ext.empty()) ext = ".mkv";
-    return p.stem().string() + "-" + effectSlug(effectName) + ext;
+    return p.stem().string() + "-" + effectSlug(effectName, '-') + ext;
 }
 
 void runRender(const Module& module, const RenderRequest& rq) {
@@ -400,6 +426,9 @@ void runRender(const Module& module, const RenderRequest& rq) {
         throw UsageError(
             "--progress renders a still (.png output); in a video progress runs from 0 to 1 over "
             "the span");
+    }
+    if (rq.frames && (stillOutput || rq.progress)) {
+        throw UsageError("--frames renders a chunk of video for reelfx join: give -o NAME.mkv");
     }
     if (rq.span && stillOutput && src.kind == Source::Kind::Still) {
         throw UsageError("--span needs a video: a still has no time (use --progress for a still)");

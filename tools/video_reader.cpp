@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <new>
 #include <stdexcept>
@@ -65,9 +66,7 @@ struct Dictionary {
 // Deflate expands a byte to at most 1032, and a PNG pixel takes at least one
 // bit: a PNG file cannot describe more pixels than this, whatever its header
 // claims. Decoders allocate the whole picture before they inflate a byte.
-int64_t pngPixelBound(int64_t fileBytes) {
-    return std::max<int64_t>(fileBytes, 1) * 8 * 1032;
-}
+int64_t pngPixelBound(int64_t fileBytes) { return std::max<int64_t>(fileBytes, 1) * 8 * 1032; }
 constexpr int64_t kMaxSide = 16384;
 
 // A read that failed (a disk error, a pipe cut) as opposed to the end of the
@@ -396,15 +395,19 @@ bool VideoReader::shrank() const {
            (::stat(s_->path.c_str(), &file) != 0 || file.st_size < s_->bytesAtOpen);
 }
 
-const VideoInfo& VideoReader::info() const {
-    return s_->info;
+bool VideoReader::seekBefore(double seconds) {
+    State& s = *s_;
+    if (s.info.streamed || s.startPts == AV_NOPTS_VALUE || s.decoded != 0) return false;
+    const AVRational tb = s.ic->streams[s.vs]->time_base;
+    const int64_t ts = s.startPts + std::llround(seconds * tb.den / tb.num);
+    if (av_seek_frame(s.ic.get(), s.vs, ts, AVSEEK_FLAG_BACKWARD) < 0) return false;
+    avcodec_flush_buffers(s.dec.get());
+    return true;
 }
-AVFormatContext* VideoReader::formatContext() const {
-    return s_->ic.get();
-}
-int32_t VideoReader::videoStream() const {
-    return s_->vs;
-}
+
+const VideoInfo& VideoReader::info() const { return s_->info; }
+AVFormatContext* VideoReader::formatContext() const { return s_->ic.get(); }
+int32_t VideoReader::videoStream() const { return s_->vs; }
 
 std::vector<const AVStream*> VideoReader::audioStreams() const {
     std::vector<const AVStream*> out;

@@ -74,6 +74,10 @@ public:
     std::string damage() const;
     // True when the file is now shorter than when it was opened.
     bool shrank() const;
+    // Moves to the key frame at or before `seconds` (a frame time), before
+    // the first next(); the frames from there on follow. False, with
+    // nothing moved, when the file has no times to seek by.
+    bool seekBefore(double seconds);
 
 private:
     struct State;

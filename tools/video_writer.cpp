@@ -264,15 +264,11 @@ void setOption(AVCodecContext* enc, const char* name, const char* value) {
     }
 }
 
-bool isMpeg12(AVCodecID id) {
-    return id == AV_CODEC_ID_MPEG1VIDEO || id == AV_CODEC_ID_MPEG2VIDEO;
-}
+bool isMpeg12(AVCodecID id) { return id == AV_CODEC_ID_MPEG1VIDEO || id == AV_CODEC_ID_MPEG2VIDEO; }
 
 }  // namespace
 
-bool knownVideoContainer(const std::string& name) {
-    return guessContainer(name) != nullptr;
-}
+bool knownVideoContainer(const std::string& name) { return guessContainer(name) != nullptr; }
 
 std::string severalFilesFormat(const std::string& name) {
     const AVOutputFormat* of = guessContainer(name);
@@ -419,6 +415,9 @@ void VideoWriter::State::addVideoStream(const AVStream* sourceVideo) {
     // What the source file says about itself and its picture carries over:
     // title, creation time, language, rotation.
     if (settings.sourceContainer) copyTags(&oc->metadata, settings.sourceContainer->metadata);
+    for (const auto& [key, value] : settings.tags) {
+        if (av_dict_set(&oc->metadata, key.c_str(), value.c_str(), 0) < 0) throw std::bad_alloc();
+    }
     if (sourceVideo) {
         copyTags(&vst->metadata, sourceVideo->metadata);
         copyStreamSideData(sourceVideo, vst);
@@ -457,12 +456,8 @@ VideoWriter::VideoWriter(const VideoOutputSettings& settings) : s_(std::make_uni
 
 VideoWriter::~VideoWriter() = default;
 
-bool VideoWriter::isYuv4mpeg() const {
-    return s_->isY4m();
-}
-std::string VideoWriter::container() const {
-    return s_->oc->oformat->name;
-}
+bool VideoWriter::isYuv4mpeg() const { return s_->isY4m(); }
+std::string VideoWriter::container() const { return s_->oc->oformat->name; }
 
 bool VideoWriter::canCopy(const AVStream* in) const {
     if (s_->isY4m()) return false;
@@ -484,8 +479,7 @@ bool VideoWriter::holds(int32_t mediaType) const {
     if (s_->isY4m()) return false;
     const AVOutputFormat* of = s_->oc->oformat;
     switch (mediaType) {
-        case AVMEDIA_TYPE_AUDIO:
-            return of->audio_codec != AV_CODEC_ID_NONE;
+        case AVMEDIA_TYPE_AUDIO: return of->audio_codec != AV_CODEC_ID_NONE;
         case AVMEDIA_TYPE_SUBTITLE:
             return of->subtitle_codec != AV_CODEC_ID_NONE ||
                    std::strcmp(of->name, "matroska") == 0 || std::strcmp(of->name, "webm") == 0 ||
@@ -532,9 +526,7 @@ std::map<int32_t, int32_t> VideoWriter::addCopiedStreams(const AVFormatContext* 
     return copied;
 }
 
-const std::vector<std::string>& VideoWriter::notices() const {
-    return s_->notices;
-}
+const std::vector<std::string>& VideoWriter::notices() const { return s_->notices; }
 
 int32_t VideoWriter::addCopiedStream(const AVStream* in) {
     AVStream* st = avformat_new_stream(s_->oc.get(), nullptr);

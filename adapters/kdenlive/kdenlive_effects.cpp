@@ -11,6 +11,12 @@
 // (0 .. maximum - minimum), which its comment says. Bounds that follow the
 // frame size use the profile's size, the frame size Kdenlive makes its
 // instances for.
+//
+// Every number is keyframable ("animated"; whole numbers with no decimals).
+// Progress starts as an animation over the clip, "0=0;-1=1": 0 on the first
+// frame, 1 on the last (MLT counts negative positions from the end, as
+// Kdenlive's own fade descriptions do). The format has no keyword field, so
+// the effect's tags go into its description.
 #include <cctype>
 #include <charconv>
 #include <cstdio>
@@ -21,6 +27,7 @@
 #include <vector>
 
 #include "host/host.h"
+#include "host/names.h"
 
 namespace {
 
@@ -45,16 +52,20 @@ std::string escape(const std::string& s) {
 }
 
 // "Multi-Prism Lens" -> "multi_prism_lens": the plug-in file's name.
-std::string slug(const std::string& name) {
-    std::string out;
-    for (const unsigned char c : name) {
-        if (std::isalnum(c)) {
-            out += static_cast<char>(std::tolower(c));
-        } else if (!out.empty() && out.back() != '_') {
-            out += '_';
+std::string slug(const std::string& name) { return reelfx::effectSlug(name, '_'); }
+
+// "*,Wedding" -> {"Wedding"}: the catalogue's tags without the "*" marker.
+std::vector<std::string> splitTags(const std::string& tags) {
+    std::vector<std::string> out;
+    std::string tag;
+    for (const char c : tags + ",") {
+        if (c != ',') {
+            tag += c;
+        } else {
+            if (!tag.empty() && tag != "*") out.push_back(tag);
+            tag.clear();
         }
     }
-    while (!out.empty() && out.back() == '_') out.pop_back();
     return out;
 }
 
@@ -67,8 +78,12 @@ std::string describeEffect(const reelfx::Module& module, const reelfx::EffectInf
     std::string x = "<?xml version=\"1.0\"?>\n<!DOCTYPE kpartgui>\n";
     x += "<effect tag=\"" + tag + "\" id=\"" + tag + "\" type=\"video\">\n";
     x += "    <name>reelfx: " + escape(effect.name) + "</name>\n";
+    std::string tags;
+    for (const std::string& t : splitTags(effect.tags)) tags += (tags.empty() ? "" : ", ") + t;
     x += "    <description>" + escape(effect.name) +
-         ", a reelfx effect; animate Progress from 0 to 1 over the clip</description>\n";
+         ", a reelfx effect; Progress runs from 0 to 1 over the clip (set one value to hold it "
+         "still)" +
+         (tags.empty() ? std::string() : "; tags: " + escape(tags)) + "</description>\n";
     x += "    <author>reelfx developers</author>\n";
     for (size_t j = 0; j < params.size(); ++j) {
         const reelfx::ParameterInfo& p = params[j];
@@ -100,8 +115,7 @@ std::string describeEffect(const reelfx::Module& module, const reelfx::EffectInf
                 max = p.maximum == 48 ? "%maxHeight" : "%maxWidth";
             }
             const bool whole = p.kind == kParameterKindWhole;
-            x += "    <parameter type=\"" + std::string(whole ? "constant" : "animated") +
-                 "\" name=\"" + name + "\" default=\"" +
+            x += "    <parameter type=\"animated\" name=\"" + name + "\" default=\"" +
                  number(range > 0 ? (p.initial - p.minimum) / range : 0.0) + "\" min=\"0\" max=\"" +
                  max + "\" factor=\"" + max + "\"" + (whole ? " decimals=\"0\"" : "") + ">\n";
             if (p.minimum != 0) {
@@ -112,7 +126,8 @@ std::string describeEffect(const reelfx::Module& module, const reelfx::EffectInf
         x += "        <name>" + name + "</name>\n";
         x += "    </parameter>\n";
     }
-    x += "    <parameter type=\"animated\" name=\"Progress\" default=\"0.5\" min=\"0\" max=\"1\" "
+    x += "    <parameter type=\"animated\" name=\"Progress\" default=\"0=0;-1=1\" min=\"0\" "
+         "max=\"1\" "
          "factor=\"1\" decimals=\"3\">\n";
     x += "        <name>Progress</name>\n";
     x += "    </parameter>\n";
