@@ -71,7 +71,7 @@ reelfx::Picture renderFrame(reelfx::Instance& inst, int frame) {
 
 // The hashes of the script's frames for every effect, in catalogue order.
 std::vector<std::vector<uint64_t>> renderScript(const reelfx::Module& module,
-                                               const std::vector<reelfx::EffectInfo>& effects) {
+                                                const std::vector<reelfx::EffectInfo>& effects) {
     std::vector<std::unique_ptr<reelfx::Instance>> instances;
     for (const reelfx::EffectInfo& e : effects) {
         instances.push_back(std::make_unique<reelfx::Instance>(module, e.index, 64, 48));

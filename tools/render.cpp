@@ -20,6 +20,7 @@
 #include "tools/output_file.h"
 #include "tools/params.h"
 #include "tools/progress_bar.h"
+#include "tools/render_workers.h"
 #include "tools/sheet.h"
 #include "tools/test_clip.h"
 #include "tools/video_reader.h"
@@ -143,8 +144,26 @@ void renderStill(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
                              (damage.empty() ? std::string() : " (" + damage + ")"));
 }
 
-void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& span,
-                 uint32_t fourcc, const std::string& outputPath, const std::string& effectName) {
+// Renderers beyond the first, each with an instance of its own, for frames
+// rendered at once.
+struct MoreRenderers {
+    std::vector<std::unique_ptr<Instance>> instances;
+    std::vector<Renderer> renderers;
+};
+
+MoreRenderers moreRenderers(const Module& module, const Renderer& first, int32_t effect,
+                            const Source& src, int32_t workers) {
+    MoreRenderers more;
+    for (int32_t w = 1; w < workers; ++w) {
+        more.instances.push_back(std::make_unique<Instance>(module, effect, src.width, src.height));
+        more.renderers.push_back(Renderer{*more.instances.back(), first.settings, first.base, {}});
+    }
+    return more;
+}
+
+void renderVideo(Source& src, Renderer& r, std::vector<Renderer>& more, const RenderRequest& rq,
+                 const Span& span, uint32_t fourcc, const std::string& outputPath,
+                 const std::string& effectName) {
     // A stream's length is not known before it ends: without the span's end
     // its frames cannot be placed between 0 and 1.
     const std::optional<size_t> count = framesInSpan(src, span);
@@ -221,11 +240,41 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
     DecodedFrame frame;
     size_t inSpan = 0;
     int64_t done = 0;
+    // With several renderers, frames are rendered at once on workers and
+    // written in the order they were read.
+    std::optional<RenderWorkers> workers;
+    if (!more.empty()) {
+        workers.emplace(more.size() + 1, [&](size_t w, const Picture& s, double p, Picture& t) {
+            (w == 0 ? r : more[w - 1]).renderInto(s, p, t);
+        });
+    }
+    auto writeNext = [&](bool wait) {
+        RenderWorkers::Frame f;
+        if (!workers->next(f, wait)) return false;
+        encoder.frame(std::move(f.picture), f.pts);
+        bar.update(++done);
+        return true;
+    };
     while (next(frame)) {
         throwIfInterrupted();
         // Progress runs from 0 on the span's first frame to 1 on its last;
         // frames outside the span pass through unchanged.
-        if (span.contains(frame.time) && (!count || inSpan < n)) {
+        const bool inside = span.contains(frame.time) && (!count || inSpan < n);
+        if (workers) {
+            const double progress =
+                !inside || n <= 1
+                    ? 0.0
+                    : std::min(1.0, static_cast<double>(inSpan) / static_cast<double>(n - 1));
+            inSpan += inside;
+            while (workers->full()) writeNext(true);
+            workers->submit(std::move(frame.picture), inside ? encoder.spare() : Picture(),
+                            progress, inside, frame.pts);
+            frame.picture = workers->spareSource();
+            while (writeNext(false)) {
+            }
+            continue;
+        }
+        if (inside) {
             const double progress =
                 n > 1 ? std::min(1.0, static_cast<double>(inSpan) / static_cast<double>(n - 1))
                       : 0.0;
@@ -241,6 +290,9 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
         }
         bar.update(++done);
     }
+    while (workers && writeNext(true)) {
+    }
+    workers.reset();
     ahead.reset();
     // A damaged input gives the frames that could be decoded, and says so.
     const std::string damage = src.reader ? src.reader->damage() : std::string();
@@ -352,7 +404,11 @@ void runRender(const Module& module, const RenderRequest& rq) {
     if (stillOutput) {
         renderStill(src, r, rq, span, fourcc, outputPath, effectName);
     } else {
-        renderVideo(src, r, rq, span, fourcc, outputPath, effectName);
+        // Effects whose instances share state keep one renderer, in frame order.
+        const int32_t workers = workersFor(catalogue[static_cast<size_t>(effect)].sharesState,
+                                           rq.threads > 0 ? rq.threads : usableCores());
+        MoreRenderers more = moreRenderers(module, r, effect, src, workers);
+        renderVideo(src, r, more.renderers, rq, span, fourcc, outputPath, effectName);
     }
 }
 
