@@ -8,8 +8,8 @@
 // would keep that count at one.
 #include <dlfcn.h>
 
-#include <cstdio>
 #include <atomic>
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <thread>
@@ -118,7 +118,8 @@ bool rendersOverlap(const Plugin& dream) {
     }
     for (std::thread& t : threads) t.join();
     if (!seen) {
-        std::fprintf(stderr, "renders never overlapped: most at once %d (a lock around every call?)\n",
+        std::fprintf(stderr,
+                     "renders never overlapped: most at once %d (a lock around every call?)\n",
                      most());
         return false;
     }

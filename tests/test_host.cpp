@@ -143,4 +143,19 @@ TEST(HostContract, SourceAndTargetInOneBuffer) {
     std::filesystem::remove_all(dir);
 }
 
+// Which effects share state with their other instances: the catalogue's
+// answer and the by-index answer agree, and name exactly the two effects
+// whose pictures depend on other instances' calls.
+TEST(HostContract, EffectsThatShareState) {
+    std::set<std::string> sharing, serialised;
+    for (const reelfx::EffectInfo& e : module().catalogue()) {
+        EXPECT_EQ(e.sharesState, reelfx::effectSharesState(e.index)) << e.name;
+        EXPECT_EQ(e.callsSerialised, reelfx::effectCallsSerialised(e.index)) << e.name;
+        if (e.sharesState) sharing.insert(e.name);
+        if (e.callsSerialised) serialised.insert(e.name);
+    }
+    EXPECT_EQ(sharing, (std::set<std::string>{"Aged Film", "Incognito"}));
+    EXPECT_EQ(serialised, (std::set<std::string>{"Aged Film"}));
+}
+
 }  // namespace

@@ -4,9 +4,9 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstring>
 #include <exception>
 #include <mutex>
-#include <cstring>
 #include <stdexcept>
 #include <string>
 #include <thread>
