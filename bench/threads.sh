@@ -6,10 +6,11 @@
 #   bench/threads.sh [build-dir] [other-build-dir]
 #   ROUNDS=3 THREADS=2 EFFECTS='Flood Dream' SIZES='1920x1080' bench/threads.sh build/native
 #
-# The input is a lossless FFV1 clip of smooth shading with noise (FRAMES
-# frames, 50 by default; 25 at 2160 lines). The tool reads it and writes
-# YUV4MPEG2 to /dev/null, so decoding and writing cost little next to the
-# effect; melt writes rawvideo to /dev/null. Runs alternate (1, N, 1, N,
+# The input is an uncompressed YUV4MPEG2 clip (4:4:4) of smooth shading with
+# noise (FRAMES frames, 50 by default; 25 at 2160 lines). The tool reads it
+# and writes YUV4MPEG2 to /dev/null, so decoding and writing cost little next
+# to the effect (a compressed clip of noise would make the decoder, which
+# stays on one thread, the bottleneck); melt writes rawvideo to /dev/null. Runs alternate (1, N, 1, N,
 # ...) so that load from elsewhere on a shared machine falls on both, and
 # each figure is the median wall time over ROUNDS rounds, in seconds.
 # With a second build folder (for example an older tree's), its frei0r
@@ -40,10 +41,10 @@ wall() {
 }
 
 clip() {  # size frames -> file
-    out="$tmp/in-$1.mkv"
+    out="$tmp/in-$1.y4m"
     [ -f "$out" ] || ffmpeg -nostdin -hide_banner -loglevel error -f lavfi -i "nullsrc=s=$1:r=25,\
 format=gbrp,geq=r='40+170*X/W+64*random(1)-32':g='40+170*Y/H+64*random(2)-32':\
-b='210-85*(X+Y)/(W+H)+64*random(3)-32'" -frames:v "$2" -pix_fmt yuv444p -c:v ffv1 "$out"
+b='210-85*(X+Y)/(W+H)+64*random(3)-32'" -frames:v "$2" -pix_fmt yuv444p -strict -1 "$out"
     echo "$out"
 }
 
