@@ -5,7 +5,8 @@
 // and that the deterministic effects draw what a single thread draws.
 // Then four instances of Dream render on four threads until the adapter has
 // seen two renders inside the module at once: a lock around every call
-// would keep that count at one.
+// would keep that count at one. Last, two slices of a frame on one instance
+// at once, as MLT's `threads` property has it.
 #include <dlfcn.h>
 
 #include <atomic>
@@ -127,12 +128,39 @@ bool rendersOverlap(const Plugin& dream) {
     return true;
 }
 
+// MLT's `threads` property: two slices of one frame updated on one instance
+// from two threads at once, each slice a picture of its own. They must take
+// turns inside the plug-in and draw what one thread draws slice by slice.
+bool slicesOnOneInstance(const Plugin& lantern) {
+    constexpr unsigned kSlice = kHeight / 2;
+    const std::vector<uint32_t> source = sourceFrame();
+    f0r_instance_t inst = lantern.construct(kWidth, kSlice);
+    std::vector<uint32_t> once(kWidth * kHeight), sliced(kWidth * kHeight);
+    for (unsigned half = 0; half < 2; ++half) {
+        lantern.update(inst, 0, source.data() + half * kWidth * kSlice,
+                       once.data() + half * kWidth * kSlice);
+    }
+    bool same = true;
+    for (int round = 0; round < kRounds && same; ++round) {
+        std::thread other([&] {
+            lantern.update(inst, 0, source.data() + kWidth * kSlice,
+                           sliced.data() + kWidth * kSlice);
+        });
+        lantern.update(inst, 0, source.data(), sliced.data());
+        other.join();
+        same = sliced == once;
+    }
+    lantern.destruct(inst);
+    if (!same) std::fprintf(stderr, "slices updated at once differ from slices one by one\n");
+    return same;
+}
+
 }  // namespace
 
 int main() {
     std::vector<Plugin> plugins = {{"aged_film", false},  {"incognito", false}, {"mosaic", true},
                                    {"dream", true},       {"flip_xy", true},    {"newsprint", true},
-                                   {"crop_scale_to_fit", true}};
+                                   {"crop_scale_to_fit", true}, {"lantern", true}};
     for (Plugin& p : plugins) {
         if (!p.load()) {
             std::fprintf(stderr, "cannot load %s: %s\n", p.slug.c_str(), dlerror());
@@ -176,5 +204,6 @@ int main() {
         return 1;
     }
     std::puts("four threads drew what one thread draws");
-    return rendersOverlap(plugins[3]) ? 0 : 1;
+    const bool overlap = rendersOverlap(plugins[3]);
+    return overlap && slicesOnOneInstance(plugins.back()) ? 0 : 1;
 }

@@ -269,9 +269,10 @@ void renderVideo(Source& src, Renderer& r, std::vector<Renderer>& more, const Re
             while (workers->full()) writeNext(true);
             workers->submit(std::move(frame.picture), inside ? encoder.spare() : Picture(),
                             progress, inside, frame.pts);
-            frame.picture = workers->spareSource();
             while (writeNext(false)) {
             }
+            // The decoder gets a used picture back, as below.
+            frame.picture = workers->spareSource();
             continue;
         }
         if (inside) {

@@ -87,6 +87,10 @@ Shared& shared() {
 }
 
 struct Frei0rInstance {
+    // frei0r calls an instance from one thread at a time, but MLT's `threads`
+    // property has slices of one frame updated on one instance at once: they
+    // take turns here, as each slice is drawn as a picture of its own anyway.
+    std::mutex calls;
     Effect* effect = nullptr;
     std::unique_ptr<Instance> instance;
     std::vector<ParameterInfo> declared;  // bounds for this frame size
@@ -311,6 +315,7 @@ void setParam(f0r_instance_t instance, f0r_param_t value, int index) {
     guarded("set_param_value", 0, [&] {
         Frei0rInstance* inst = self(instance);
         if (!inst || !value || index < 0) return 0;
+        const std::lock_guard<std::mutex> turn(inst->calls);
         const int count = static_cast<int>(inst->declared.size());
         if (index == count) {
             inst->progress = clamp01(*static_cast<f0r_param_double*>(value));
@@ -357,6 +362,7 @@ void getParam(f0r_instance_t instance, f0r_param_t value, int index) {
     guarded("get_param_value", 0, [&] {
         Frei0rInstance* inst = self(instance);
         if (!inst || !value || index < 0) return 0;
+        const std::lock_guard<std::mutex> turn(inst->calls);
         const int count = static_cast<int>(inst->declared.size());
         if (index == count) {
             *static_cast<f0r_param_double*>(value) = inst->progress;
@@ -398,6 +404,7 @@ void update(f0r_instance_t instance, double /*time*/, const uint32_t* in, uint32
     Frei0rInstance* inst = self(instance);
     if (!inst || !out) return;
     const bool drawn = guarded("update", false, [&] {
+        const std::lock_guard<std::mutex> turn(inst->calls);
         RenderOptions o;
         o.progress = inst->progress;
         o.format = kFourccArgb;
