@@ -8,10 +8,11 @@ set(CPACK_PACKAGE_CONTACT "reelfx developers <reelfx@example.org>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "video effects module with a command-line tool and frei0r plug-ins")
 set(CPACK_PACKAGE_DESCRIPTION "reelfx is a video-effects module with 25 effects (Aged Film, Mosaic,
 NewsPrint, Lantern, Dream, fades, crops, tone maps and more), the reelfx
-command-line tool that renders images and video through it, and one frei0r
+command-line tool that renders images and video through it, one frei0r
 plug-in per effect, so that the effects are available in ffmpeg, GStreamer,
-MLT and Kdenlive. A host library with its headers lets other programs load
-the module.")
+MLT and Kdenlive, Shotcut filter panels for them, and a native GStreamer
+plug-in with one element per effect. A host library with its headers lets
+other programs load the module.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)

@@ -6,7 +6,8 @@ packages="cmake ninja-build g++ g++-multilib pkg-config binutils make
   libavformat-dev libavcodec-dev libswscale-dev libavutil-dev libswresample-dev
   libpng-dev libcairo2-dev fonts-dejavu-core libcli11-dev nlohmann-json3-dev
   frei0r-plugins-dev ffmpeg
-  melt gstreamer1.0-tools gstreamer1.0-plugins-bad lintian file dpkg-dev libxml2-dev libxml2-utils
+  melt gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-bad
+  libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev qtdeclarative5-dev-tools lintian file dpkg-dev libxml2-dev libxml2-utils
   clang libclang-rt-14-dev"
 missing=""
 for p in $packages; do

@@ -91,6 +91,13 @@ TEST(KdenliveEffects, AgreeWithThePluginsAndTheDeclarations) {
         const std::string display = text(children(root, "name").at(0));
         EXPECT_EQ(display, "reelfx: " + e.name);
         EXPECT_TRUE(displayNames.insert(display).second) << "duplicate display name " << display;
+        // The format has no keywords: the tags (without the "*" marker) are in the description.
+        const std::string description = text(children(root, "description").at(0));
+        for (const std::string& tag : split(e.tags, ',')) {
+            if (!tag.empty() && tag != "*") {
+                EXPECT_NE(description.find(tag), std::string::npos) << tag;
+            }
+        }
 
         // The plug-in the tag names (MLT names frei0r filters by file name).
         void* plugin = dlopen((std::string(REELFX_FREI0R_DIR) + "/reelfx_" + s + ".so").c_str(),
@@ -118,6 +125,8 @@ TEST(KdenliveEffects, AgreeWithThePluginsAndTheDeclarations) {
             if (j == declared.size()) {  // Progress, the plug-in's own
                 EXPECT_STREQ(pi.name, "Progress");
                 EXPECT_EQ(type, "animated");
+                // An animation over the clip: 0 on the first frame, 1 on the last.
+                EXPECT_EQ(attr(p, "default"), "0=0;-1=1");
                 continue;
             }
             const reelfx::ParameterInfo& d = declared[j];
@@ -142,7 +151,11 @@ TEST(KdenliveEffects, AgreeWithThePluginsAndTheDeclarations) {
                 }
                 default: {
                     EXPECT_EQ(pi.type, F0R_PARAM_DOUBLE);
-                    EXPECT_EQ(type, d.kind == kParameterKindWhole ? "constant" : "animated");
+                    // Every number is keyframable; whole numbers show no decimals.
+                    EXPECT_EQ(type, "animated");
+                    if (d.kind == kParameterKindWhole) {
+                        EXPECT_EQ(attr(p, "decimals"), "0");
+                    }
                     // Kdenlive shows v * factor within min..max and has no
                     // offset: the amount above the declared minimum.
                     const double factor = value(attr(p, "factor"));

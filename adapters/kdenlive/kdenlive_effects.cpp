@@ -11,6 +11,12 @@
 // (0 .. maximum - minimum), which its comment says. Bounds that follow the
 // frame size use the profile's size, the frame size Kdenlive makes its
 // instances for.
+//
+// Every number is keyframable ("animated"; whole numbers with no decimals).
+// Progress starts as an animation over the clip, "0=0;-1=1": 0 on the first
+// frame, 1 on the last (MLT counts negative positions from the end, as
+// Kdenlive's own fade descriptions do). The format has no keyword field, so
+// the effect's tags go into its description.
 #include <cctype>
 #include <charconv>
 #include <cstdio>
@@ -58,6 +64,21 @@ std::string slug(const std::string& name) {
     return out;
 }
 
+// "*,Wedding" -> {"Wedding"}: the catalogue's tags without the "*" marker.
+std::vector<std::string> splitTags(const std::string& tags) {
+    std::vector<std::string> out;
+    std::string tag;
+    for (const char c : tags + ",") {
+        if (c != ',') {
+            tag += c;
+        } else {
+            if (!tag.empty() && tag != "*") out.push_back(tag);
+            tag.clear();
+        }
+    }
+    return out;
+}
+
 std::string describeEffect(const reelfx::Module& module, const reelfx::EffectInfo& effect) {
     const std::string tag = "frei0r.reelfx_" + slug(effect.name);
     // Two frame sizes show which bounds follow the frame's width or height.
@@ -67,8 +88,12 @@ std::string describeEffect(const reelfx::Module& module, const reelfx::EffectInf
     std::string x = "<?xml version=\"1.0\"?>\n<!DOCTYPE kpartgui>\n";
     x += "<effect tag=\"" + tag + "\" id=\"" + tag + "\" type=\"video\">\n";
     x += "    <name>reelfx: " + escape(effect.name) + "</name>\n";
+    std::string tags;
+    for (const std::string& t : splitTags(effect.tags)) tags += (tags.empty() ? "" : ", ") + t;
     x += "    <description>" + escape(effect.name) +
-         ", a reelfx effect; animate Progress from 0 to 1 over the clip</description>\n";
+         ", a reelfx effect; Progress runs from 0 to 1 over the clip (set one value to hold it "
+         "still)" +
+         (tags.empty() ? std::string() : "; tags: " + escape(tags)) + "</description>\n";
     x += "    <author>reelfx developers</author>\n";
     for (size_t j = 0; j < params.size(); ++j) {
         const reelfx::ParameterInfo& p = params[j];
@@ -100,8 +125,7 @@ std::string describeEffect(const reelfx::Module& module, const reelfx::EffectInf
                 max = p.maximum == 48 ? "%maxHeight" : "%maxWidth";
             }
             const bool whole = p.kind == kParameterKindWhole;
-            x += "    <parameter type=\"" + std::string(whole ? "constant" : "animated") +
-                 "\" name=\"" + name + "\" default=\"" +
+            x += "    <parameter type=\"animated\" name=\"" + name + "\" default=\"" +
                  number(range > 0 ? (p.initial - p.minimum) / range : 0.0) + "\" min=\"0\" max=\"" +
                  max + "\" factor=\"" + max + "\"" + (whole ? " decimals=\"0\"" : "") + ">\n";
             if (p.minimum != 0) {
@@ -112,7 +136,8 @@ std::string describeEffect(const reelfx::Module& module, const reelfx::EffectInf
         x += "        <name>" + name + "</name>\n";
         x += "    </parameter>\n";
     }
-    x += "    <parameter type=\"animated\" name=\"Progress\" default=\"0.5\" min=\"0\" max=\"1\" "
+    x += "    <parameter type=\"animated\" name=\"Progress\" default=\"0=0;-1=1\" min=\"0\" "
+         "max=\"1\" "
          "factor=\"1\" decimals=\"3\">\n";
     x += "        <name>Progress</name>\n";
     x += "    </parameter>\n";

@@ -3,11 +3,13 @@
 # 1. cmake --install into a temporary prefix: the layout is complete and
 #    every frei0r plug-in loads from there with FREI0R_PATH alone (ffmpeg
 #    renders one frame through each of the 25);
+#    the GStreamer plug-in lists its 25 elements from there;
 # 2. the Debian package from cpack is lintian-clean, installs with apt-get,
-#    and then - without FREI0R_PATH - ffmpeg, GStreamer and melt render clips
-#    equal, frame for frame, to the same frames rendered by the reelfx tool
-#    through host/; Kdenlive's descriptions are well-formed and name frei0r
-#    filters that MLT lists;
+#    and then - without FREI0R_PATH - ffmpeg, GStreamer (frei0r and the
+#    native plug-in) and melt render clips equal, frame for frame, to the
+#    same frames rendered by the reelfx tool through host/; Kdenlive's
+#    descriptions are well-formed and name frei0r filters that MLT lists, and
+#    so do the 25 Shotcut filter folders;
 # 3. apt-get remove leaves none of the package's files behind (it has no
 #    configuration files, so nothing is left for a purge either).
 # Takes the build folder as its argument (default build/native); runs as root.
@@ -37,6 +39,12 @@ for f in bin/reelfx lib/$arch/reelfx/libreelfx.so lib/$arch/reelfx/libresizer.so
 done
 [ "$(ls "$P"/lib/frei0r-1/reelfx_*.so | wc -l)" -eq 25 ] || fail "not 25 plug-ins in lib/frei0r-1"
 [ "$(ls "$P"/share/kdenlive/effects/reelfx_*.xml | wc -l)" -eq 25 ] || fail "not 25 Kdenlive descriptions"
+[ "$(ls "$P"/share/shotcut/qml/filters/reelfx_*/meta.qml "$P"/share/shotcut/qml/filters/reelfx_*/ui.qml |
+    wc -l)" -eq 50 ] || fail "not 25 Shotcut filter folders with meta.qml and ui.qml"
+# The GStreamer plug-in loads the module from the prefix's module folder.
+elements=$(env -i PATH="$PATH" GST_REGISTRY="$tmp/prefix-registry.bin" \
+    GST_PLUGIN_PATH="$P/lib/$arch/gstreamer-1.0" gst-inspect-1.0 reelfx 2>&1 | grep -c '^  reelfx-' || true)
+[ "$elements" -eq 25 ] || fail "the GStreamer plug-in from the prefix lists $elements elements, not 25"
 # A host of one's own, built from the prefix with pkg-config alone.
 export PKG_CONFIG_PATH=$P/lib/$arch/pkgconfig
 cat >"$tmp/myhost.cpp" <<'EOF'
@@ -112,6 +120,16 @@ gst-launch-1.0 -q filesrc location="$tmp/in.raw" \
     ! frei0r-filter-reelfx-newsprint resolution=0.3 dot-shape=Uniform \
     ! filesink location="$tmp/gst.raw"
 same "$tmp/gst.raw" "gst-launch-1.0 frei0r-filter-reelfx-newsprint"
+# The native element, found in GStreamer's own plug-in folder, on the same frames.
+export GST_REGISTRY="$tmp/registry.bin"
+[ "$(gst-inspect-1.0 reelfx 2>&1 | grep -c '^  reelfx-' || true)" -eq 25 ] ||
+    fail "the installed GStreamer plug-in does not list 25 elements"
+gst-launch-1.0 -q filesrc location="$tmp/in.raw" \
+    ! rawvideoparse width=64 height=48 format=bgra framerate=25/1 \
+    ! reelfx-newsprint resolution=0.3 dot-shape=uniform progress=0.5 \
+    ! filesink location="$tmp/gst-native.raw"
+same "$tmp/gst-native.raw" "gst-launch-1.0 reelfx-newsprint"
+unset GST_REGISTRY
 
 # melt: margins on the frame's own size (0.25 x 48 = 12 rows, 0.1 x 64 = 6.4
 # columns, truncated), Progress keyframed 0 -> 1 over the three frames.
@@ -134,6 +152,12 @@ for xml in /usr/share/kdenlive/effects/reelfx_*.xml; do
     grep -qx "$tag" "$tmp/filters" || fail "$xml names $tag, which MLT does not list"
 done
 echo "25 Kdenlive descriptions, well-formed, naming filters MLT lists"
+for meta in /usr/share/shotcut/qml/filters/reelfx_*/meta.qml; do
+    service=$(sed -n "s/^ *mlt_service: '\(.*\)'$/\1/p" "$meta")
+    grep -qx "$service" "$tmp/filters" || fail "$meta names $service, which MLT does not list"
+done
+[ "$(ls -d /usr/share/shotcut/qml/filters/reelfx_* | wc -l)" -eq 25 ] || fail "not 25 Shotcut folders"
+echo "25 Shotcut filter folders naming filters MLT lists"
 "$(command -v reelfx)" list >/dev/null || fail "the installed reelfx tool"
 
 echo "-- apt-get remove"
@@ -147,6 +171,8 @@ for f in $files; do
 done
 [ "$left" -eq 0 ] || fail "files of the package remain"
 [ ! -e /usr/share/kdenlive/effects/reelfx_lantern.xml ] || fail "Kdenlive descriptions remain"
+[ ! -e "/usr/lib/$arch/gstreamer-1.0/libgstreelfx.so" ] || fail "the GStreamer plug-in remains"
+[ -z "$(ls -d /usr/share/shotcut/qml/filters/reelfx_* 2>/dev/null)" ] || fail "Shotcut folders remain"
 case $(dpkg-query -W -f='${Status}' reelfx 2>/dev/null || true) in
     "" | *not-installed) ;;
     *) fail "dpkg still holds reelfx after remove: $(dpkg-query -W -f='${Status}' reelfx)" ;;
