@@ -299,11 +299,11 @@ void agedFilmFrame(const Target& target, const uint32_t* src, const ParameterBlo
     // formed in 64 bits, so no value of the 32-bit range overflows them.
     // NaN and values beyond that range truncate to INT32_MIN, like every
     // other conversion: no hairs, the smallest step.
-    const int64_t count = truncToInt32(paramValue(block, 0));
+    const int64_t count = truncToInt32(paramValue(block, kAgedFilmDustParticles));
     const int64_t hairs = std::min<int64_t>(5 * count * width / 720, kHairRecords);
-    const int64_t size = truncToInt32(paramValue(block, 1));
+    const int64_t size = truncToInt32(paramValue(block, kAgedFilmParticleSize));
     const int64_t S = std::max<int64_t>(size * width / 720, 1);
-    double tint = paramValue(block, 2);
+    double tint = paramValue(block, kAgedFilmSepiaIntensity);
     if (!(tint >= 0.0)) tint = 0.0;  // NaN counts as 0: neutral
     if (tint > 2.0) tint = 2.0;
     const uint32_t tintArgb = mixPixelClamped(0xFFFFFFFFu, 0xFFE5CC99u, tint, kFourccArgb);

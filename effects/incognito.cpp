@@ -159,17 +159,17 @@ void renderIncognito(const FrameContext* ctx, const ParameterBlock* block, uint3
     if (!haveBothPictures(dst, src, ctx->stride, width, height, format)) return;
     for (int32_t y = 0; y < height; ++y) std::copy_n(src + y * pitch, width, dst + y * pitch);
 
-    const int64_t q = truncToInt32(paramValue(block, 0) * 100.0);
-    const int32_t amp = truncToInt32(paramValue(block, 1) * 100.0);
-    const int32_t s = truncToInt32(paramValue(block, 6));
+    const int64_t q = truncToInt32(paramValue(block, kIncognitoIntensity) * 100.0);
+    const int32_t amp = truncToInt32(paramValue(block, kIncognitoNoise) * 100.0);
+    const int32_t s = truncToInt32(paramValue(block, kIncognitoShape));
     // Region arithmetic is in 64 bits: a huge position or size only moves
     // the region off the picture, it never overflows.
     const int64_t cx =
-        static_cast<int64_t>(truncToInt32(width * paramValue(block, 2))) + (width >> 1);
+        static_cast<int64_t>(truncToInt32(width * paramValue(block, kIncognitoXPosition))) + (width >> 1);
     const int64_t cy =
-        static_cast<int64_t>(truncToInt32(height * paramValue(block, 3))) + (height >> 1);
-    const int32_t rw = truncToInt32(width * paramValue(block, 4));
-    const int32_t rh = truncToInt32(height * paramValue(block, 5));
+        static_cast<int64_t>(truncToInt32(height * paramValue(block, kIncognitoYPosition))) + (height >> 1);
+    const int32_t rw = truncToInt32(width * paramValue(block, kIncognitoXSize));
+    const int32_t rh = truncToInt32(height * paramValue(block, kIncognitoYSize));
     const double ox = static_cast<float>(cx - (rw >> 1));
     const double oy = static_cast<float>(cy - (rh >> 1));
     const double a = std::max(rw >> 1, 1);

@@ -343,11 +343,11 @@ struct Marks {
             }
         }
         if (largeDiscs && unpainted.next.empty()) {
-            const size_t stride = t.width + 1u;
-            unpainted.next.resize(stride * static_cast<size_t>(t.height));
+            const size_t rowLength = t.width + 1u;
+            unpainted.next.resize(rowLength * static_cast<size_t>(t.height));
             for (size_t y = 0; y < static_cast<size_t>(t.height); ++y) {
-                for (size_t x = 0; x < stride; ++x) {
-                    unpainted.next[y * stride + x] = static_cast<int32_t>(x);
+                for (size_t x = 0; x < rowLength; ++x) {
+                    unpainted.next[y * rowLength + x] = static_cast<int32_t>(x);
                 }
             }
             unpainted.openRow.resize(static_cast<size_t>(t.height) + 1);
@@ -436,12 +436,12 @@ void renderNewsPrint(const FrameContext* ctx, const ParameterBlock* block, uint3
     if (!src) return;
 
     // N below 1 (a "Resolution" above 1) is an empty grid: plain paper.
-    const int64_t n = gridSize(width, paramValue(block, 0));
+    const int64_t n = gridSize(width, paramValue(block, kNewsPrintResolution));
     if (n < 1) return;
     const float cellWidth = cellSize(width, n);
     const float cellHeight = cellSize(height, n);
-    const float brightness = brightnessFactor(paramValue(block, 1));
-    const double contrast = paramValue(block, 2);
+    const float brightness = brightnessFactor(paramValue(block, kNewsPrintBrightness));
+    const double contrast = paramValue(block, kNewsPrintContrast);
     const float scale =
         spirals ? spiralScale(cellWidth, contrast) : circleScale(cellWidth, contrast);
 

@@ -12,22 +12,13 @@
 #include <stdexcept>
 #include <string>
 
+#include "effects/effects.h"
+#include "host/names.h"
 #include "pixel/color.h"
 
 namespace reelfx {
 
 namespace {
-
-bool equalsIgnoreCase(const std::string& a, const std::string& b) {
-    return a.size() == b.size() &&
-           std::equal(a.begin(), a.end(), b.begin(), [](unsigned char x, unsigned char y) {
-               return std::tolower(x) == std::tolower(y);
-           });
-}
-
-// Catalogue positions of the effects whose instances share state.
-constexpr int32_t kAgedFilm = 0;
-constexpr int32_t kIncognito = 1;
 
 // The lock around every call of an effect whose instances share tables.
 std::mutex& sharedTablesLock() {
@@ -141,22 +132,27 @@ Module::~Module() {
     if (handle_) dlclose(handle_);
 }
 
-std::string Module::defaultPath() {
+std::string Module::find(const std::string& requested, const std::string& beside) {
+    if (!requested.empty()) return requested;
     if (const char* env = std::getenv("REELFX_MODULE"); env && *env) return env;
+    std::error_code ec;
+    if (!beside.empty()) {
+        const auto path = std::filesystem::path(beside) / "libreelfx.so";
+        if (std::filesystem::exists(path, ec)) return path.string();
+    }
 #ifdef REELFX_MODULE_PATH
     // The build tree's module while it exists; an installed program finds it
     // by name through its run path instead.
-    std::error_code ec;
     if (std::filesystem::exists(REELFX_MODULE_PATH, ec)) return REELFX_MODULE_PATH;
 #endif
     return "libreelfx.so";
 }
 
 bool effectSharesState(int32_t effectIndex) {
-    return effectIndex == kAgedFilm || effectIndex == kIncognito;
+    return effectIndex == kEffectAgedFilm || effectIndex == kEffectIncognito;
 }
 
-bool effectCallsSerialised(int32_t effectIndex) { return effectIndex == kAgedFilm; }
+bool effectCallsSerialised(int32_t effectIndex) { return effectIndex == kEffectAgedFilm; }
 
 std::mutex& Module::catalogueLock() {
     static std::mutex m;

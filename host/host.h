@@ -113,9 +113,14 @@ public:
     // The process-wide lock around catalogue queries.
     static std::mutex& catalogueLock();
 
-    // The module built next to this library (REELFX_MODULE_PATH at build time),
-    // or $REELFX_MODULE when set.
-    static std::string defaultPath();
+    // Where a host finds the module, the first that applies: `requested` when
+    // not empty, $REELFX_MODULE when set, libreelfx.so in the folder `beside`
+    // when given and the file is there, the module of the build tree this
+    // library was built in while it exists, and last the bare name, which the
+    // dynamic loader looks up through the run path.
+    static std::string find(const std::string& requested = {}, const std::string& beside = {});
+    // find() with nothing requested and no folder of the caller's own.
+    static std::string defaultPath() { return find(); }
 
 private:
     void* handle_ = nullptr;

@@ -1,41 +1,51 @@
 #include "plugin/catalogue.h"
 
+#include <algorithm>
+#include <array>
 #include <cstring>
+
+#include "effects/effects.h"
 
 namespace {
 
 struct CatalogueEntry {
-    const char* name;
-    const char* tags;
+    const char* name = nullptr;
+    const char* tags = nullptr;
 };
 
-constexpr CatalogueEntry kEntries[kEffectCount] = {
-    {"Aged Film", ""},
-    {"Incognito", ""},
-    {"Mosaic", ""},
-    {"NewsPrint", ""},
-    {"Fade To Black", ""},
-    {"Fade To Grey", ""},
-    {"Fade To White", ""},
-    {"Fade To Sepia", ""},
-    {"Fade To Color", ""},
-    {"Multi-Prism Lens", "*,Wedding"},
-    {"Random-Rotate Squares", "*,Birthday"},
-    {"Binoculars", ""},
-    {"Night Vision", ""},
-    {"Dream", "*,Wedding"},
-    {"Crop", ""},
-    {"Crop Scale To Fit", ""},
-    {"Crop Scale To Fill", ""},
-    {"Greyscale", ""},
-    {"Sepiascale", ""},
-    {"Colorscale", ""},
-    {"Color Circle Shift", ""},
-    {"Flip XY", ""},
-    {"Flood", ""},
-    {"Stained Glass", ""},
-    {"Lantern", ""},
-};
+using CatalogueTable = std::array<CatalogueEntry, kEffectCount>;
+
+constexpr CatalogueTable kEntries = [] {
+    CatalogueTable t{};
+    t[kEffectAgedFilm] = {"Aged Film", ""};
+    t[kEffectIncognito] = {"Incognito", ""};
+    t[kEffectMosaic] = {"Mosaic", ""};
+    t[kEffectNewsPrint] = {"NewsPrint", ""};
+    t[kEffectFadeToBlack] = {"Fade To Black", ""};
+    t[kEffectFadeToGrey] = {"Fade To Grey", ""};
+    t[kEffectFadeToWhite] = {"Fade To White", ""};
+    t[kEffectFadeToSepia] = {"Fade To Sepia", ""};
+    t[kEffectFadeToColor] = {"Fade To Color", ""};
+    t[kEffectMultiPrismLens] = {"Multi-Prism Lens", "*,Wedding"};
+    t[kEffectRandomRotateSquares] = {"Random-Rotate Squares", "*,Birthday"};
+    t[kEffectBinoculars] = {"Binoculars", ""};
+    t[kEffectNightVision] = {"Night Vision", ""};
+    t[kEffectDream] = {"Dream", "*,Wedding"};
+    t[kEffectCrop] = {"Crop", ""};
+    t[kEffectCropScaleToFit] = {"Crop Scale To Fit", ""};
+    t[kEffectCropScaleToFill] = {"Crop Scale To Fill", ""};
+    t[kEffectGreyscale] = {"Greyscale", ""};
+    t[kEffectSepiascale] = {"Sepiascale", ""};
+    t[kEffectColorscale] = {"Colorscale", ""};
+    t[kEffectColorCircleShift] = {"Color Circle Shift", ""};
+    t[kEffectFlipXY] = {"Flip XY", ""};
+    t[kEffectFlood] = {"Flood", ""};
+    t[kEffectStainedGlass] = {"Stained Glass", ""};
+    t[kEffectLantern] = {"Lantern", ""};
+    return t;
+}();
+static_assert(std::ranges::all_of(kEntries, [](const CatalogueEntry& e) { return e.name != nullptr; }),
+              "every effect has its name");
 
 // Theme names the tags draw from; kept for hosts that list themes, unused here.
 [[maybe_unused]] constexpr const char* kThemes[9] = {

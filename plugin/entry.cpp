@@ -23,10 +23,6 @@ constexpr double kAspect16x9 = 1.7777777777777777;  // 0x3ffc71c71c71c71c
 // that reads like it is taken for a dangling frame and gets no map.
 constexpr int32_t kReleasedPattern = static_cast<int32_t>(0xFEEEFEEEu);
 
-constexpr uint32_t kAgedFilm = 0;
-constexpr uint32_t kDream = 13;
-constexpr uint32_t kMultiPrismLens = 9;
-
 EffectState* effectState(const PluginCallBlock* block) {
     return block->hostEffect ? block->hostEffect->state : nullptr;
 }
@@ -62,7 +58,7 @@ intptr_t create(PluginCallBlock* block, uint32_t effectIndex) {
 
     declareParameters(state, effectIndex, block->frameWidth, block->frameHeight);
 
-    if (effectIndex == kDream) {
+    if (effectIndex == kEffectDream) {
         // The glare copy of a frame: width x height x 4 bytes. A size that is
         // not positive or does not fit 32 bits gets no buffer; the effect then
         // shows its base blur only. The pixel count of two positive 32-bit
@@ -99,9 +95,9 @@ bool usableGeometry(const HostFrame* f) {
 }
 
 void buildPrismMap(PluginInstance* inst, const ParameterBlock* block) {
-    inst->cachedRefraction = paramValue(block, 2);
-    inst->cachedCenterRadius = paramValue(block, 1);
-    inst->cachedPrisms = paramInt(block, 0);
+    inst->cachedRefraction = paramValue(block, kPrismRefraction);
+    inst->cachedCenterRadius = paramValue(block, kPrismCenterRadius);
+    inst->cachedPrisms = paramInt(block, kPrismCount);
     BuildPrismMap(inst->workBuffer, inst->cachedStride, inst->cachedWidth, inst->cachedHeight,
                   inst->cachedPrisms, inst->cachedCenterRadius, inst->cachedRefraction, 0.0, 0.0);
     ++inst->prismMapBuilds;
@@ -128,9 +124,9 @@ bool upkeepPrismMap(PluginInstance* inst, const FrameContext& ctx, const Paramet
         buildPrismMap(inst, block);
         return true;
     }
-    if (static_cast<double>(inst->cachedPrisms) != paramValue(block, 0) ||
-        inst->cachedCenterRadius != paramValue(block, 1) ||
-        inst->cachedRefraction != paramValue(block, 2)) {
+    if (static_cast<double>(inst->cachedPrisms) != paramValue(block, kPrismCount) ||
+        inst->cachedCenterRadius != paramValue(block, kPrismCenterRadius) ||
+        inst->cachedRefraction != paramValue(block, kPrismRefraction)) {
         buildPrismMap(inst, block);
     }
     return true;
@@ -155,81 +151,88 @@ void route(uint32_t effectIndex, PluginInstance* inst, const FrameContext& ctx,
     const int32_t w = ctx.width;
     const int32_t h = ctx.height;
     // Fades: f is the share of the colour; "Color To Video" (0.0) runs backwards.
-    auto fade = [block, t] { return paramValue(block, 0) == 0.0 ? 1.0 - t : t; };
+    auto fade = [block, t] { return paramValue(block, kFadeDirection) == 0.0 ? 1.0 - t : t; };
+    // P[j] and int(P[j]) of a slot named in plugin/parameters.h.
+    auto value = [block](int slot) { return paramValue(block, slot); };
+    auto whole = [block](int slot) { return paramInt(block, slot); };
 
     switch (effectIndex) {
-        case 0: renderAgedFilm(&ctx, block, t, fmt); break;
-        case 1: renderIncognito(&ctx, block, fmt); break;
-        case 2: renderMosaic(&ctx, block, fmt); break;
-        case 3:
-            if (paramValue(block, 3) == 1.0) {
+        case kEffectAgedFilm: renderAgedFilm(&ctx, block, t, fmt); break;
+        case kEffectIncognito: renderIncognito(&ctx, block, fmt); break;
+        case kEffectMosaic: renderMosaic(&ctx, block, fmt); break;
+        case kEffectNewsPrint:
+            if (value(kNewsPrintDotShape) == 1.0) {
                 renderNewsPrintNonUniform(&ctx, block, fmt);
             } else {
                 renderNewsPrintUniform(&ctx, block, fmt);
             }
             break;
-        case 4: renderFade(&ctx, block, 0xFF000000u, fade(), fmt); break;
-        case 5: renderFade(&ctx, block, 0xFF808080u, fade(), fmt); break;
-        case 6: renderFade(&ctx, block, 0xFFFFFFFFu, fade(), fmt); break;
-        case 7: renderFade(&ctx, block, 0xFFE5CC99u, fade(), fmt); break;
-        case 8:
-            renderFade(&ctx, block, static_cast<uint32_t>(paramInt(block, 1)), fade(), fmt);
+        case kEffectFadeToBlack: renderFade(&ctx, block, 0xFF000000u, fade(), fmt); break;
+        case kEffectFadeToGrey: renderFade(&ctx, block, 0xFF808080u, fade(), fmt); break;
+        case kEffectFadeToWhite: renderFade(&ctx, block, 0xFFFFFFFFu, fade(), fmt); break;
+        case kEffectFadeToSepia: renderFade(&ctx, block, 0xFFE5CC99u, fade(), fmt); break;
+        case kEffectFadeToColor:
+            renderFade(&ctx, block, static_cast<uint32_t>(whole(kFadeColor)), fade(), fmt);
             break;
-        case kMultiPrismLens:
+        case kEffectMultiPrismLens:
             if (upkeepPrismMap(inst, ctx, block)) {
                 ApplyPrismMap(dst, src, s, w, h, inst->workBuffer, inst->cachedStride,
                               0xFF000000u, fmt);
             }
             break;
-        case 10: renderRandomRotateSquares(dst, src, s, w, h, paramValue(block, 0), fmt); break;
-        case 11:
-            renderBinoculars(dst, src, s, w, h, paramValue(block, 0), paramValue(block, 1),
-                             paramInt(block, 2), fmt);
+        case kEffectRandomRotateSquares:
+            renderRandomRotateSquares(dst, src, s, w, h, value(kRandomRotateScale), fmt);
             break;
-        case 12:
-            renderNightVision(dst, src, s, w, h, paramValue(block, 0), paramValue(block, 1),
-                              paramValue(block, 2), paramValue(block, 3), fmt);
+        case kEffectBinoculars:
+            renderBinoculars(dst, src, s, w, h, value(kBinocularsRadius),
+                             value(kBinocularsDistance), whole(kBinocularsBackgroundColor), fmt);
             break;
-        case kDream:
+        case kEffectNightVision:
+            renderNightVision(dst, src, s, w, h, value(kNightVisionIntensity),
+                              value(kNightVisionRedGreenMix), value(kNightVisionBrightnessGain),
+                              value(kNightVisionBrightnessBase), fmt);
+            break;
+        case kEffectDream:
             fitDreamBuffer(inst, ctx);
             renderDream(dst, src, &inst->workBuffer, s, w, h, &inst->cachedStride,
-                        &inst->cachedWidth, &inst->cachedHeight, paramValue(block, 0),
-                        paramValue(block, 1), fmt);
+                        &inst->cachedWidth, &inst->cachedHeight, value(kDreamBlurIntensity),
+                        value(kDreamGlareIntensity), fmt);
             break;
-        case 14:
-            renderCrop(dst, src, s, w, h, paramInt(block, 0), paramInt(block, 1),
-                       paramInt(block, 2), paramInt(block, 3), paramInt(block, 4), fmt);
+        case kEffectCrop:
+            renderCrop(dst, src, s, w, h, whole(kCropTop), whole(kCropRight), whole(kCropBottom),
+                       whole(kCropLeft), whole(kCropMode), fmt);
             break;
-        case 15:
-            renderCropScaleToFit(dst, src, s, w, h, paramInt(block, 0), paramInt(block, 1),
-                                 paramInt(block, 2), paramInt(block, 3), fmt);
+        case kEffectCropScaleToFit:
+            renderCropScaleToFit(dst, src, s, w, h, whole(kCropTop), whole(kCropRight),
+                                 whole(kCropBottom), whole(kCropLeft), fmt);
             break;
-        case 16:
-            renderCropScaleToFill(dst, src, s, w, h, paramInt(block, 0), paramInt(block, 1),
-                                  paramInt(block, 2), paramInt(block, 3), fmt);
+        case kEffectCropScaleToFill:
+            renderCropScaleToFill(dst, src, s, w, h, whole(kCropTop), whole(kCropRight),
+                                  whole(kCropBottom), whole(kCropLeft), fmt);
             break;
-        case 17:
-            renderToneMap(dst, src, s, w, h, t, paramValue(block, 0), paramInt(block, 1),
+        case kEffectGreyscale:
+            renderToneMap(dst, src, s, w, h, t, value(kToneMapIntensity), whole(kToneMapProfile),
                           0xFFFFFFFFu, fmt);
             break;
-        case 18:
-            renderToneMap(dst, src, s, w, h, t, paramValue(block, 0), paramInt(block, 1),
+        case kEffectSepiascale:
+            renderToneMap(dst, src, s, w, h, t, value(kToneMapIntensity), whole(kToneMapProfile),
                           0xFFE5CC99u, fmt);
             break;
-        case 19:
-            renderToneMap(dst, src, s, w, h, t, paramValue(block, 1), paramInt(block, 2),
-                          static_cast<uint32_t>(paramInt(block, 0)), fmt);
+        case kEffectColorscale:
+            renderToneMap(dst, src, s, w, h, t, value(kColorscaleIntensity),
+                          whole(kColorscaleProfile),
+                          static_cast<uint32_t>(whole(kColorscaleBaseColor)), fmt);
             break;
-        case 20:
-            renderColorCircleShift(dst, src, s, w, h, t, paramValue(block, 0),
-                                   paramValue(block, 1), fmt);
+        case kEffectColorCircleShift:
+            renderColorCircleShift(dst, src, s, w, h, t, value(kColorCircleShiftOffset),
+                                   value(kColorCircleShiftPeriod), fmt);
             break;
-        case 21:
-            renderFlipXY(dst, src, s, w, h, paramInt(block, 0), paramInt(block, 1), fmt);
+        case kEffectFlipXY:
+            renderFlipXY(dst, src, s, w, h, whole(kFlipXAxis), whole(kFlipYAxis), fmt);
             break;
-        case 22: renderFlood(&ctx, block, fmt); break;
-        case 23: renderStainedGlass(&ctx, block, fmt); break;
-        case 24: renderLantern(&ctx, block, t, fmt); break;
+        case kEffectFlood: renderFlood(&ctx, block, fmt); break;
+        case kEffectStainedGlass: renderStainedGlass(&ctx, block, fmt); break;
+        case kEffectLantern: renderLantern(&ctx, block, t, fmt); break;
         default: break;
     }
 }
@@ -264,7 +267,7 @@ intptr_t render(PluginCallBlock* block, uint32_t effectIndex) {
         // call that has both pictures, whatever their size; only the writes
         // are left out. The context is built without pictures, so nothing
         // is painted, just to learn the active size.
-        if (effectIndex == kAgedFilm && target->pixels && source) {
+        if (effectIndex == kEffectAgedFilm && target->pixels && source) {
             makeFrameContext(&ctx, nullptr, nullptr, nullptr, fmt, target->width, target->height,
                              target->stride, 4, A, D);
             advanceAgedFilm(&ctx, &state->parameters, state->progress);
@@ -279,7 +282,7 @@ intptr_t render(PluginCallBlock* block, uint32_t effectIndex) {
     if (effectIndex < static_cast<uint32_t>(kEffectCount)) {
         if (ctx.width > 0 && ctx.height > 0) {
             route(effectIndex, inst, ctx, &state->parameters, state->progress, fmt);
-        } else if (effectIndex == kAgedFilm) {
+        } else if (effectIndex == kEffectAgedFilm) {
             renderAgedFilm(&ctx, &state->parameters, state->progress, fmt);
         }
     }

@@ -1,6 +1,11 @@
 #include "plugin/parameters.h"
 
+#include <algorithm>
+#include <array>
 #include <cfloat>
+#include <iterator>
+
+#include "effects/effects.h"
 
 namespace {
 
@@ -9,7 +14,7 @@ namespace {
 constexpr char kDirection[] = "Color To Video\0Video To Color\0";
 constexpr char kShape[] = "Round\0Squared\0";
 constexpr char kDotShape[] = "Uniform\0Non-Uniform\0";
-constexpr char kCropMode[] = "Crop only\0Crop & Re-Center\0";
+constexpr char kCropModes[] = "Crop only\0Crop & Re-Center\0";
 constexpr char kProfile[] =
     "Constant\0No FX -> Full FX\0Full FX -> No FX\0Full FX -> No FX -> Full FX\0"
     "No FX -> Full FX -> No FX\0";
@@ -38,6 +43,8 @@ struct EffectRows {
     int count;
 };
 
+// One row per slot, in the order of the effect's slot list in parameters.h.
+// clang-format off
 constexpr ParameterRow kAgedFilm[] = {
     {"Number of dust particles", kReal, 10, 0, 100, nullptr},
     {"Average particle size", kReal, 30, 0, 100, nullptr},
@@ -97,7 +104,7 @@ constexpr ParameterRow kCrop[] = {
     {"Right (Pixel)", kWhole, 0, 0, kFrameWidthBound, nullptr},
     {"Bottom (Pixel)", kWhole, 0, 0, kFrameHeightBound, nullptr},
     {"Left (Pixel)", kWhole, 0, 0, kFrameWidthBound, nullptr},
-    {"Mode", kChoice, 0, 0, 0, kCropMode},
+    {"Mode", kChoice, 0, 0, 0, kCropModes},
 };
 constexpr ParameterRow kGreyscale[] = {
     {"Intensity", kReal, 1, -1, 2, nullptr},
@@ -128,20 +135,67 @@ constexpr ParameterRow kLantern[] = {
     {"AntiAliasing", kReal, 50, 0, 100, nullptr},
 };
 
+// clang-format on
+
 template <int N>
 constexpr EffectRows rows(const ParameterRow (&r)[N]) {
     return {r, N};
 }
 
-constexpr EffectRows kEffects[kEffectCount] = {
-    rows(kAgedFilm),        rows(kIncognito),     rows(kMosaic),      rows(kNewsPrint),
-    rows(kFade),            rows(kFade),          rows(kFade),        rows(kFade),
-    rows(kFadeToColor),     rows(kMultiPrism),    rows(kRandomRotate), rows(kBinoculars),
-    rows(kNightVision),     rows(kDream),         rows(kCrop),        {kCrop, 4},
-    {kCrop, 4},             rows(kGreyscale),     rows(kGreyscale),   rows(kColorscale),
-    rows(kColorCircleShift), rows(kFlipXY),       rows(kFlood),       rows(kStainedGlass),
-    rows(kLantern),
-};
+// Every row list names as many slots as its effect's slot list above.
+static_assert(std::size(kAgedFilm) == kAgedFilmSlots);
+static_assert(std::size(kIncognito) == kIncognitoSlots);
+static_assert(std::size(kMosaic) == kMosaicSlots);
+static_assert(std::size(kNewsPrint) == kNewsPrintSlots);
+static_assert(std::size(kFade) == kFadeColor);
+static_assert(std::size(kFadeToColor) == kFadeToColorSlots);
+static_assert(std::size(kMultiPrism) == kMultiPrismLensSlots);
+static_assert(std::size(kRandomRotate) == kRandomRotateSquaresSlots);
+static_assert(std::size(kBinoculars) == kBinocularsSlots);
+static_assert(std::size(kNightVision) == kNightVisionSlots);
+static_assert(std::size(kDream) == kDreamSlots);
+static_assert(std::size(kCrop) == kCropSlots);
+static_assert(std::size(kGreyscale) == kToneMapSlots);
+static_assert(std::size(kColorscale) == kColorscaleSlots);
+static_assert(std::size(kColorCircleShift) == kColorCircleShiftSlots);
+static_assert(std::size(kFlipXY) == kFlipXYSlots);
+static_assert(std::size(kFlood) == kFloodSlots);
+static_assert(std::size(kStainedGlass) == kStainedGlassSlots);
+static_assert(std::size(kLantern) == kLanternSlots);
+
+using EffectTable = std::array<EffectRows, kEffectCount>;
+
+constexpr EffectTable kEffects = [] {
+    EffectTable t{};
+    t[kEffectAgedFilm] = rows(kAgedFilm);
+    t[kEffectIncognito] = rows(kIncognito);
+    t[kEffectMosaic] = rows(kMosaic);
+    t[kEffectNewsPrint] = rows(kNewsPrint);
+    t[kEffectFadeToBlack] = rows(kFade);
+    t[kEffectFadeToGrey] = rows(kFade);
+    t[kEffectFadeToWhite] = rows(kFade);
+    t[kEffectFadeToSepia] = rows(kFade);
+    t[kEffectFadeToColor] = rows(kFadeToColor);
+    t[kEffectMultiPrismLens] = rows(kMultiPrism);
+    t[kEffectRandomRotateSquares] = rows(kRandomRotate);
+    t[kEffectBinoculars] = rows(kBinoculars);
+    t[kEffectNightVision] = rows(kNightVision);
+    t[kEffectDream] = rows(kDream);
+    t[kEffectCrop] = rows(kCrop);
+    t[kEffectCropScaleToFit] = {kCrop, kCropMode};  // the four edges without the mode
+    t[kEffectCropScaleToFill] = {kCrop, kCropMode};
+    t[kEffectGreyscale] = rows(kGreyscale);
+    t[kEffectSepiascale] = rows(kGreyscale);
+    t[kEffectColorscale] = rows(kColorscale);
+    t[kEffectColorCircleShift] = rows(kColorCircleShift);
+    t[kEffectFlipXY] = rows(kFlipXY);
+    t[kEffectFlood] = rows(kFlood);
+    t[kEffectStainedGlass] = rows(kStainedGlass);
+    t[kEffectLantern] = rows(kLantern);
+    return t;
+}();
+static_assert(std::ranges::all_of(kEffects, [](const EffectRows& e) { return e.rows != nullptr; }),
+              "every effect has its rows");
 
 // Copies every field but the last seven bytes, which stay the host's.
 void store(ParameterDescriptor* slot, const ParameterDescriptor& r) {

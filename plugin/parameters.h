@@ -6,6 +6,117 @@
 #include "pixel/numeric.h"
 #include "plugin/host_records.h"
 
+// Each effect's parameter slots, in the order its declarations list them
+// (the rows in parameters.cpp); renderers and the routing table read values
+// by these names. Effects of one family share one list.
+enum AgedFilmSlot : int {
+    kAgedFilmDustParticles,  // "Number of dust particles"
+    kAgedFilmParticleSize,   // "Average particle size"
+    kAgedFilmSepiaIntensity,
+    kAgedFilmSlots,
+};
+enum IncognitoSlot : int {
+    kIncognitoIntensity,
+    kIncognitoNoise,
+    kIncognitoXPosition,
+    kIncognitoYPosition,
+    kIncognitoXSize,
+    kIncognitoYSize,
+    kIncognitoShape,
+    kIncognitoSlots,
+};
+enum MosaicSlot : int {
+    kMosaicResolution,
+    kMosaicOverlap,
+    kMosaicSlots,
+};
+enum NewsPrintSlot : int {
+    kNewsPrintResolution,
+    kNewsPrintBrightness,
+    kNewsPrintContrast,
+    kNewsPrintDotShape,
+    kNewsPrintSlots,
+};
+// The five fades; only "Fade To Color" has the colour.
+enum FadeSlot : int {
+    kFadeDirection,
+    kFadeColor,
+    kFadeToColorSlots,
+};
+enum MultiPrismLensSlot : int {
+    kPrismCount,
+    kPrismCenterRadius,
+    kPrismRefraction,
+    kMultiPrismLensSlots,
+};
+enum RandomRotateSquaresSlot : int {
+    kRandomRotateScale,
+    kRandomRotateSquaresSlots,
+};
+enum BinocularsSlot : int {
+    kBinocularsRadius,
+    kBinocularsDistance,
+    kBinocularsBackgroundColor,
+    kBinocularsSlots,
+};
+enum NightVisionSlot : int {
+    kNightVisionIntensity,
+    kNightVisionRedGreenMix,
+    kNightVisionBrightnessGain,
+    kNightVisionBrightnessBase,
+    kNightVisionSlots,
+};
+enum DreamSlot : int {
+    kDreamBlurIntensity,
+    kDreamGlareIntensity,
+    kDreamSlots,
+};
+// "Crop" has all five; the two scaling crops stop before the mode.
+enum CropSlot : int {
+    kCropTop,
+    kCropRight,
+    kCropBottom,
+    kCropLeft,
+    kCropMode,
+    kCropSlots,
+};
+// "Greyscale" and "Sepiascale".
+enum ToneMapSlot : int {
+    kToneMapIntensity,
+    kToneMapProfile,
+    kToneMapSlots,
+};
+enum ColorscaleSlot : int {
+    kColorscaleBaseColor,
+    kColorscaleIntensity,
+    kColorscaleProfile,
+    kColorscaleSlots,
+};
+enum ColorCircleShiftSlot : int {
+    kColorCircleShiftOffset,
+    kColorCircleShiftPeriod,
+    kColorCircleShiftSlots,
+};
+enum FlipXYSlot : int {
+    kFlipXAxis,
+    kFlipYAxis,
+    kFlipXYSlots,
+};
+enum FloodSlot : int {
+    kFloodIntensity,
+    kFloodSlots,
+};
+enum StainedGlassSlot : int {
+    kStainedGlassIntensity,
+    kStainedGlassSlots,
+};
+enum LanternSlot : int {
+    kLanternFading,
+    kLanternSpotRadius,
+    kLanternAntiAliasing,
+    kLanternSlots,
+};
+
 // P[j]: the current value of the effect's j-th declared parameter.
 inline double paramValue(const ParameterBlock* block, int j) {
     return block->slot[j].value;

@@ -8,7 +8,7 @@ packages="cmake ninja-build g++ g++-multilib pkg-config binutils make
   frei0r-plugins-dev ffmpeg
   melt gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-bad
   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev qtdeclarative5-dev-tools lintian file dpkg-dev libxml2-dev libxml2-utils
-  clang libclang-rt-14-dev"
+  clang libclang-rt-14-dev clang-format-14 clang-tidy-14 slurm-wlm parallel"
 missing=""
 for p in $packages; do
     dpkg -s "$p" >/dev/null 2>&1 || missing="$missing $p"

@@ -23,12 +23,12 @@
 #include <string>
 #include <vector>
 
+#include "effects/effects.h"
 #include "host/host.h"
 #include "pixel/fxmath.h"
 
 namespace {
 
-constexpr int32_t kColorCircleShift = 20;
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInf = std::numeric_limits<double>::infinity();
 
@@ -235,7 +235,7 @@ int main(int argc, char** argv) {
     const Size kSweepSize{53, 37, 3};
 
     for (int32_t e = 0; e < kEffectCount; ++e) {
-        if (golden && e == kColorCircleShift) continue;
+        if (golden && e == kEffectColorCircleShift) continue;
         reelfx::Instance probe(m, e, kSweepSize.w, kSweepSize.h);
         const std::vector<reelfx::ParameterInfo> params = probe.parameters();
         for (uint32_t f : {kFourccArgb, kFourccAyuv}) {

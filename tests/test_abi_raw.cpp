@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "effects/effects.h"
 #include "host/host.h"
 
 namespace {
@@ -68,7 +69,9 @@ struct RawHost {
         put(f, 0x14, stride);
         put(f, 0x18, addr(pixels));
     }
-    intptr_t call(int32_t effect, int32_t command) { return raw().entry(block.data(), effect, command); }
+    intptr_t call(int32_t effectIndex, int32_t command) {
+        return raw().entry(block.data(), effectIndex, command);
+    }
     const uint8_t* slot(int j) const { return state.data() + 0xA0 + 56 * j; }
 };
 
@@ -102,7 +105,7 @@ TEST(RawAbi, CreateWritesParameterRecordsAtTheirOffsets) {
     put(h.state, 0x38, 0xFFFFFFFFu);
     put(h.state, 0x40, 0xFFFFFFFFu);
     std::memset(h.state.data() + 0xA0, 0xEE, 7 * 56);
-    ASSERT_EQ(h.call(1, 0), 0);  // "Incognito"
+    ASSERT_EQ(h.call(kEffectIncognito, 0), 0);
     EXPECT_NE(get<uint32_t>(h.block.data(), 0x04), 0u);  // instance stored
     EXPECT_EQ(get<uint32_t>(h.state.data(), 0x00), 0u);
     EXPECT_EQ(get<uint32_t>(h.state.data(), 0x38), 0u);
@@ -129,7 +132,7 @@ TEST(RawAbi, CreateWritesParameterRecordsAtTheirOffsets) {
     EXPECT_EQ(std::memcmp(ptr(get<uint32_t>(shape, 40)), "Round\0Squared\0\0", 15), 0);
     EXPECT_EQ(get<int32_t>(shape, 44), -1);
 
-    ASSERT_EQ(h.call(1, 1), 0);
+    ASSERT_EQ(h.call(kEffectIncognito, 1), 0);
     EXPECT_EQ(get<uint32_t>(h.block.data(), 0x04), 0u);
 }
 
@@ -139,7 +142,7 @@ TEST(RawAbi, CreateWritesParameterRecordsAtTheirOffsets) {
 TEST(RawAbi, RenderReadsFramesFittingAndValuesAtTheirOffsets) {
     const int32_t W = 120, H = 90, S = W * 4 + 16;
     reelfx::Picture src = reelfx::makeTestPicture(W, H, 0, S);
-    for (int32_t effect : {21, 17, 25}) {
+    for (const int32_t effect : {int32_t{kEffectFlipXY}, int32_t{kEffectGreyscale}, kEffectCount}) {
         RawHost h(W, H);
         ASSERT_EQ(h.call(effect, 0), 0);
         reelfx::Picture dst(W, H, S, 0x0BADF00D);
@@ -152,7 +155,7 @@ TEST(RawAbi, RenderReadsFramesFittingAndValuesAtTheirOffsets) {
         put(h.block, 0x144, 3);    // 16:9 preset
         h.block[0x148] = 1;        // fitting on
         put(h.block, 0x14C, 0);
-        if (effect == 17) put(h.state, 0xA0 + 8, 0.5);  // "Intensity"
+        if (effect == kEffectGreyscale) put(h.state, 0xA0 + 8, 0.5);  // "Intensity"
         ASSERT_EQ(h.call(effect, 4), 0);
 
         // 120 x 90 at 4:3 showing 16:9: rows 0-10 and 78-89 are border.
@@ -163,7 +166,7 @@ TEST(RawAbi, RenderReadsFramesFittingAndValuesAtTheirOffsets) {
         // The same render through the host library's records.
         reelfx::Module m(REELFX_MODULE_PATH);
         reelfx::Instance inst(m, effect, W, H);
-        if (effect == 17) inst.setParameter("Intensity", 0.5);
+        if (effect == kEffectGreyscale) inst.setParameter("Intensity", 0.5);
         reelfx::Picture viaHost(W, H, S, 0x0BADF00D);
         reelfx::RenderOptions o;
         o.progress = 0.25;
@@ -180,15 +183,15 @@ TEST(RawAbi, RenderReadsFramesFittingAndValuesAtTheirOffsets) {
 TEST(RawAbi, AyuvFormatCodeSelectsTheAyuvBorder) {
     const int32_t W = 64, H = 48;
     RawHost h(W, H);
-    ASSERT_EQ(h.call(25, 0), 0);
+    ASSERT_EQ(h.call(kEffectCount, 0), 0);
     reelfx::Picture dst(W, H, 0, 0);
     h.frame(h.target, 3, W, H, W * 4, dst.data());
     put(h.state, 0x0C, addr(h.target.data()));
     put(h.state, 0x10, 2.0);
     h.block[0x148] = 1;
-    ASSERT_EQ(h.call(25, 4), 0);
+    ASSERT_EQ(h.call(kEffectCount, 4), 0);
     EXPECT_EQ(dst.at(0, 0), 0xFF0F8080u);
-    h.call(25, 1);
+    h.call(kEffectCount, 1);
 }
 
 #else

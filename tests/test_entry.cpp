@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "effects/effects.h"
 #include "plugin/instance.h"
 #include "support.h"
 
@@ -102,41 +103,41 @@ TEST(Entry, CreateOutsideTheCatalogueMakesAParameterlessInstance) {
     HostRecords h;
     h.state.cleared00 = h.state.cleared38 = h.state.cleared40 = 0xDEADBEEF;
     std::memset(h.state.parameters.slot, 0xAB, sizeof h.state.parameters.slot);
-    EXPECT_EQ(module().call(&h.block, 30, 0), 0);
+    EXPECT_EQ(module().call(&h.block, kEffectCount + 5, 0), 0);
     EXPECT_NE(h.block.instance, nullptr);
     EXPECT_EQ(h.state.cleared00, 0u);
     EXPECT_EQ(h.state.cleared38, 0u);
     EXPECT_EQ(h.state.cleared40, 0u);
     const auto* raw = reinterpret_cast<const uint8_t*>(h.state.parameters.slot);
     for (size_t i = 0; i < sizeof h.state.parameters.slot; ++i) ASSERT_EQ(raw[i], 0xAB);
-    EXPECT_EQ(module().call(&h.block, 30, 1), 0);
+    EXPECT_EQ(module().call(&h.block, kEffectCount + 5, 1), 0);
     EXPECT_EQ(h.block.instance, nullptr);
-    EXPECT_EQ(module().call(&h.block, 30, 1), 0);  // destroy twice: still fine
+    EXPECT_EQ(module().call(&h.block, kEffectCount + 5, 1), 0);  // destroy twice: still fine
 }
 
 TEST(Entry, RenderRefusesWithoutStateTargetOrInstance) {
     HostRecords h;
-    ASSERT_EQ(module().call(&h.block, 17, 0), 0);
+    ASSERT_EQ(module().call(&h.block, kEffectGreyscale, 0), 0);
     Picture pic(8, 8, 0, 0x11223344);
     h.target = {{}, 0, 8, 8, 32, pic.data()};
 
-    EXPECT_EQ(module().call(&h.block, 17, 4), 1);  // no target frame
+    EXPECT_EQ(module().call(&h.block, kEffectGreyscale, 4), 1);  // no target frame
     h.state.targetFrame = &h.target;
     h.effect.state = nullptr;
-    EXPECT_EQ(module().call(&h.block, 17, 4), 1);  // no EffectState
+    EXPECT_EQ(module().call(&h.block, kEffectGreyscale, 4), 1);  // no EffectState
     h.effect.state = &h.state;
     PluginInstance* inst = h.block.instance;
     h.block.instance = nullptr;
-    EXPECT_EQ(module().call(&h.block, 17, 4), 1);  // render before create
+    EXPECT_EQ(module().call(&h.block, kEffectGreyscale, 4), 1);  // render before create
     h.block.instance = inst;
     for (uint32_t w : pic.words) ASSERT_EQ(w, 0x11223344u);
-    module().call(&h.block, 17, 1);
+    module().call(&h.block, kEffectGreyscale, 1);
 }
 
 // Geometry that cannot be addressed safely is a frame with nothing to draw.
 TEST(Entry, RenderDrawsNothingForUnusableGeometry) {
     HostRecords h;
-    ASSERT_EQ(module().call(&h.block, 21, 0), 0);
+    ASSERT_EQ(module().call(&h.block, kEffectFlipXY, 0), 0);
     Picture pic(8, 8, 64, 0x11223344);
     Picture src(8, 8, 64, 0x55667788);
     HostFrame source{{}, 0, 8, 8, 64, src.data()};
@@ -147,16 +148,16 @@ TEST(Entry, RenderDrawsNothingForUnusableGeometry) {
                        Geometry{8, -1, 64}, Geometry{8, 8, 28}, Geometry{8, 8, -64},
                        Geometry{8, 8, 30}, Geometry{INT32_MAX, 8, 64}}) {
         h.target = {{}, 0, g.w, g.h, g.stride, pic.data()};
-        EXPECT_EQ(module().call(&h.block, 21, 4), 0) << g.w << "x" << g.h << "/" << g.stride;
+        EXPECT_EQ(module().call(&h.block, kEffectFlipXY, 4), 0) << g.w << "x" << g.h << "/" << g.stride;
     }
     h.target = {{}, 0, 8, 8, 64, nullptr};
-    EXPECT_EQ(module().call(&h.block, 21, 4), 0);
+    EXPECT_EQ(module().call(&h.block, kEffectFlipXY, 4), 0);
     for (uint32_t w : pic.words) ASSERT_EQ(w, 0x11223344u);
-    module().call(&h.block, 21, 1);
+    module().call(&h.block, kEffectFlipXY, 1);
 }
 
 TEST(Entry, RenderOutsideTheCatalogueOnlyPaintsTheBorder) {
-    Instance inst(module(), 25, 120, 90);
+    Instance inst(module(), kEffectCount, 120, 90);
     Picture target(120, 90, 0, 0x01020304);
     RenderOptions o;
     o.displayAspect = 4.0 / 3.0;
@@ -171,7 +172,7 @@ TEST(Entry, RenderOutsideTheCatalogueOnlyPaintsTheBorder) {
 // ---- parameter declarations -------------------------------------------------------
 
 TEST(Parameters, IncognitoFillsSevenSlotsWithExactRecords) {
-    Instance inst(module(), 1, 720, 576);
+    Instance inst(module(), kEffectIncognito, 720, 576);
     const ParameterDescriptor* s = inst.state().parameters.slot;
     const char* names[7] = {"Intensity", "Noise", "X Position", "Y Position",
                             "X Size", "Y Size", "Shape"};
@@ -205,12 +206,12 @@ TEST(Parameters, CropBoundsComeFromTheFrameSize) {
         EXPECT_EQ(p[0].kind, 8);
         EXPECT_EQ(p[3].name, "Left (Pixel)");
     }
-    Instance crop(module(), 14, 720, 576);
+    Instance crop(module(), kEffectCrop, 720, 576);
     EXPECT_EQ(crop.parameters()[4].choices, (std::vector<std::string>{"Crop only", "Crop & Re-Center"}));
 }
 
 TEST(Parameters, ColoursAndProfileLists) {
-    Instance fade(module(), 8, 720, 576);
+    Instance fade(module(), kEffectFadeToColor, 720, 576);
     const ParameterDescriptor& colour = fade.state().parameters.slot[1];
     EXPECT_STREQ(colour.name, "Color");
     EXPECT_EQ(colour.kind, 3);
@@ -220,25 +221,25 @@ TEST(Parameters, ColoursAndProfileLists) {
     EXPECT_EQ(colour.choiceFlag, 0);
     EXPECT_EQ(colour.minimum, -DBL_MAX);
 
-    Instance grey(module(), 17, 720, 576);
+    Instance grey(module(), kEffectGreyscale, 720, 576);
     EXPECT_EQ(grey.parameters()[1].choices,
               (std::vector<std::string>{"Constant", "No FX -> Full FX", "Full FX -> No FX",
                                         "Full FX -> No FX -> Full FX",
                                         "No FX -> Full FX -> No FX"}));
-    Instance colorscale(module(), 19, 720, 576);
+    Instance colorscale(module(), kEffectColorscale, 720, 576);
     EXPECT_EQ(colorscale.parameters()[0].value, 4294967295.0);
 }
 
 TEST(Parameters, OnlyDeclaredSlotsAreWritten) {
     HostRecords h;
     std::memset(h.state.parameters.slot, 0xCD, sizeof h.state.parameters.slot);
-    ASSERT_EQ(module().call(&h.block, 10, 0), 0);  // "Random-Rotate Squares": one slot
+    ASSERT_EQ(module().call(&h.block, kEffectRandomRotateSquares, 0), 0);  // one slot
     EXPECT_STREQ(h.state.parameters.slot[0].name, "Scale");
     // The last seven bytes of a written slot stay the host's.
     for (uint8_t b : h.state.parameters.slot[0].reserved49) EXPECT_EQ(b, 0xCD);
     const auto* slot1 = reinterpret_cast<const uint8_t*>(&h.state.parameters.slot[1]);
     for (size_t i = 0; i < sizeof(ParameterDescriptor); ++i) ASSERT_EQ(slot1[i], 0xCD);
-    module().call(&h.block, 10, 1);
+    module().call(&h.block, kEffectRandomRotateSquares, 1);
 }
 
 TEST(Parameters, EveryEffectDeclaresItsList) {
@@ -247,11 +248,11 @@ TEST(Parameters, EveryEffectDeclaresItsList) {
         Instance inst(module(), e, 720, 576);
         EXPECT_EQ(inst.parameters().size(), counts[e]) << kNames[e];
     }
-    Instance prism(module(), 9, 720, 576);
+    Instance prism(module(), kEffectMultiPrismLens, 720, 576);
     EXPECT_EQ(prism.parameters()[0].kind, 8);
     EXPECT_EQ(prism.parameters()[0].minimum, 2.0);
     EXPECT_EQ(prism.parameters()[0].maximum, 20.0);
-    Instance flip(module(), 21, 720, 576);
+    Instance flip(module(), kEffectFlipXY, 720, 576);
     EXPECT_EQ(flip.parameter(0), 0.0);
     EXPECT_EQ(flip.parameter(1), 1.0);
 }
@@ -259,7 +260,7 @@ TEST(Parameters, EveryEffectDeclaresItsList) {
 // ---- instance lifecycle ---------------------------------------------------------------
 
 TEST(Instance, DreamOwnsAFrameSizedBufferFromCreateToDestroy) {
-    Instance dream(module(), 13, 720, 576);
+    Instance dream(module(), kEffectDream, 720, 576);
     const auto* inst = dream.block().instance;
     ASSERT_NE(inst, nullptr);
     EXPECT_NE(inst->workBuffer, nullptr);
@@ -269,7 +270,7 @@ TEST(Instance, DreamOwnsAFrameSizedBufferFromCreateToDestroy) {
         EXPECT_EQ(other.block().instance->workBuffer, nullptr) << kNames[e];
     }
     // A size that does not fit the 32-bit product gets no buffer rather than a short one.
-    Instance huge(module(), 13, 65536, 65536);
+    Instance huge(module(), kEffectDream, 65536, 65536);
     EXPECT_EQ(huge.block().instance->workBuffer, nullptr);
 }
 

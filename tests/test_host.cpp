@@ -8,10 +8,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <optional>
 #include <set>
 #include <stdexcept>
 #include <string>
 
+#include "host/names.h"
 #include "support.h"
 
 namespace {
@@ -156,6 +159,74 @@ TEST(HostContract, EffectsThatShareState) {
     }
     EXPECT_EQ(sharing, (std::set<std::string>{"Aged Film", "Incognito"}));
     EXPECT_EQ(serialised, (std::set<std::string>{"Aged Film"}));
+}
+
+}  // namespace
+
+// The helpers every host shares: names as users type them, file names, and
+// where the module is found.
+namespace {
+
+TEST(HostNames, CompareIgnoringCaseAndMakeFileNames) {
+    EXPECT_TRUE(reelfx::equalsIgnoreCase("spot RADIUS", "Spot Radius"));
+    EXPECT_TRUE(reelfx::equalsIgnoreCase("", ""));
+    EXPECT_FALSE(reelfx::equalsIgnoreCase("Spot Radius", "Spot Radiu"));
+    EXPECT_FALSE(reelfx::equalsIgnoreCase("Spot Radius", "Spot_Radius"));
+    EXPECT_EQ(reelfx::toLower("Crop & Re-Center"), "crop & re-center");
+
+    EXPECT_EQ(reelfx::effectSlug("Multi-Prism Lens", '-'), "multi-prism-lens");
+    EXPECT_EQ(reelfx::effectSlug("Multi-Prism Lens", '_'), "multi_prism_lens");
+    EXPECT_EQ(reelfx::effectSlug("  Crop & Re-Center!", '_'), "crop_re_center");
+    EXPECT_EQ(reelfx::effectSlug("Flip XY", '-'), "flip-xy");
+    // Every effect gets a distinct file name.
+    std::set<std::string> slugs;
+    for (const reelfx::EffectInfo& e : module().catalogue()) {
+        EXPECT_TRUE(slugs.insert(reelfx::effectSlug(e.name, '_')).second) << e.name;
+    }
+}
+
+// Restores $REELFX_MODULE when a test that changes it ends.
+class ModuleVariable {
+public:
+    ModuleVariable() {
+        if (const char* v = std::getenv("REELFX_MODULE")) saved_ = v;
+    }
+    ~ModuleVariable() {
+        if (saved_) {
+            ::setenv("REELFX_MODULE", saved_->c_str(), 1);
+        } else {
+            ::unsetenv("REELFX_MODULE");
+        }
+    }
+
+private:
+    std::optional<std::string> saved_;
+};
+
+TEST(HostNames, ModuleIsFoundInTheDocumentedOrder) {
+    const ModuleVariable restore;
+    const auto dir = std::filesystem::temp_directory_path() /
+                     ("reelfx-find-" + std::to_string(::getpid()));
+    std::filesystem::create_directories(dir);
+    const std::string beside = (dir / "libreelfx.so").string();
+    const std::string empty = (dir / "empty").string();
+    std::filesystem::create_directories(empty);
+    { std::ofstream(beside) << "x"; }
+
+    ::unsetenv("REELFX_MODULE");
+    EXPECT_EQ(reelfx::Module::find("/my/libreelfx.so", dir.string()), "/my/libreelfx.so");
+    EXPECT_EQ(reelfx::Module::find({}, dir.string()), beside);
+    // Nothing beside the caller: the build tree's module, which exists here.
+    EXPECT_EQ(reelfx::Module::find({}, empty), REELFX_MODULE_PATH);
+    EXPECT_EQ(reelfx::Module::defaultPath(), REELFX_MODULE_PATH);
+
+    ::setenv("REELFX_MODULE", "/from/env.so", 1);
+    EXPECT_EQ(reelfx::Module::find("/my/libreelfx.so", dir.string()), "/my/libreelfx.so");
+    EXPECT_EQ(reelfx::Module::find({}, dir.string()), "/from/env.so");
+    EXPECT_EQ(reelfx::Module::defaultPath(), "/from/env.so");
+    ::setenv("REELFX_MODULE", "", 1);  // empty counts as unset
+    EXPECT_EQ(reelfx::Module::find({}, dir.string()), beside);
+    std::filesystem::remove_all(dir);
 }
 
 }  // namespace

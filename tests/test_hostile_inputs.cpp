@@ -171,8 +171,8 @@ TEST_P(HostileInputs, WorksOnlyInsideTheActiveRectangle) {
 }
 
 INSTANTIATE_TEST_SUITE_P(AllEffects, HostileInputs, ::testing::Range(0, 25),
-                         [](const ::testing::TestParamInfo<int32_t>& info) {
-                             std::string name = module().catalogue()[info.param].name;
+                         [](const ::testing::TestParamInfo<int32_t>& effect) {
+                             std::string name = module().catalogue()[effect.param].name;
                              for (char& c : name) {
                                  if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
                              }

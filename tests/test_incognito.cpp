@@ -198,9 +198,10 @@ TEST(Incognito, DefaultGridEllipseAndNoise) {
             noise.push_back(static_cast<int>((0.5 - draw() * double(3.0518509e-5f)) * 100));
         }
         ASSERT_NE(std::find(noise.begin(), noise.end(), -49), noise.end());
-        auto noisy = [&](int r, int c) {
-            const int d = noise[r * 13 + c];
-            return block(src, kCols[c], kRows[r], kCols[c + 1], kRows[r + 1], d, round ? d : 0);
+        auto noisy = [&](int row, int col) {
+            const int d = noise[row * 13 + col];
+            return block(src, kCols[col], kRows[row], kCols[col + 1], kRows[row + 1], d,
+                         round ? d : 0);
         };
         const Picture want =
             expected720(src, noisy, [&](int x, int y) { return !round || ellipse(x, y); });

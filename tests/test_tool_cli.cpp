@@ -11,9 +11,9 @@
 
 #include "support.h"
 #include "tool_support.h"
+#include "tools/builtin_clip.h"
 #include "tools/image_io.h"
 #include "tools/params.h"
-#include "tools/test_clip.h"
 
 namespace reelfx::tool {
 namespace {

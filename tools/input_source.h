@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "host/host.h"
+#include "tools/builtin_clip.h"
 #include "tools/params.h"
 #include "tools/render.h"
-#include "tools/test_clip.h"
 #include "tools/video_reader.h"
 
 namespace reelfx::tool {

@@ -15,11 +15,12 @@ extern "C" {
 }
 
 #include "host/host.h"
+#include "tools/builtin_clip.h"
 #include "tools/describe.h"
+#include "tools/farm_cli.h"
 #include "tools/output_file.h"
 #include "tools/params.h"
 #include "tools/render.h"
-#include "tools/test_clip.h"
 
 namespace {
 
@@ -30,27 +31,25 @@ constexpr int kExitFailure = 1;
 constexpr int kExitUsage = 2;
 constexpr int kExitInterrupted = 130;
 
-// The module is looked for in $REELFX_MODULE, beside this program, and
-// where the build put it, in that order.
+// The module is looked for where every host looks (Module::find), with this
+// program's own folder as the place beside it.
 std::string findModule(const std::string& requested) {
-    if (!requested.empty()) return requested;
-    if (const char* env = std::getenv("REELFX_MODULE"); env && *env) return env;
     std::error_code ec;
     const auto self = std::filesystem::read_symlink("/proc/self/exe", ec);
-    if (!ec) {
-        const auto beside = self.parent_path() / "libreelfx.so";
-        if (std::filesystem::exists(beside, ec)) return beside.string();
-    }
-    return Module::defaultPath();
+    return Module::find(requested, ec ? std::string() : self.parent_path().string());
 }
 
-const char* kFooter =
+constexpr const char* kFooter =
     "Exit status: 0 done, 1 a file could not be read or written, 2 a mistake on the command "
     "line, 130 interrupted by SIGINT, SIGTERM or SIGHUP (nothing is left under the output "
     "name). An existing output file is replaced only with -y, or when confirmed on a terminal.";
 
 }  // namespace
 
+// Outside the handled part, only a mistake in the option set-up or running
+// out of memory while making it can throw: std::terminate's report is the
+// right end for both.
+// NOLINTNEXTLINE(bugprone-exception-escape)
 int main(int argc, char** argv) {
     CLI::App app{"reelfx: apply the reelfx video effects to pictures and video", "reelfx"};
     app.footer(kFooter);
@@ -132,6 +131,11 @@ int main(int argc, char** argv) {
         ->type_name("NAME");
     render->add_option("--pix-fmt", rq.pixelFormat, "Pixel format of the encoded video")
         ->type_name("NAME");
+    render
+        ->add_option("--frames", rq.frames,
+                     "Render only source frames A to B-1 (from 0) as a chunk for reelfx join: "
+                     "lossless .mkv, no audio, the frames exactly as in a whole render")
+        ->type_name("A:B");
     render->add_flag("--no-audio", rq.noAudio,
                      "Leave the input's audio out (subtitles and data are still copied)");
     render->add_flag("-q,--quiet", rq.quiet, "No progress bar, no summary");
@@ -172,6 +176,8 @@ int main(int argc, char** argv) {
         ->capture_default_str();
     sheet->add_flag("-q,--quiet", sq.quiet, "No summary");
     overwriteFlags(sheet);
+    FarmCommands farm;
+    addFarmCommands(app, farm, overwriteFlags);
 
     try {
         app.parse(argc, argv);
@@ -191,6 +197,7 @@ int main(int argc, char** argv) {
                        : neverOverwrite ? Overwrite::Never
                                         : Overwrite::Ask);
     try {
+        if (runFarmCommand(farm)) return 0;
         Module module(findModule(modulePath));
         const std::vector<EffectInfo> catalogue = module.catalogue();
         if (*list) {

@@ -8,6 +8,8 @@
 #include <limits>
 #include <numeric>
 
+#include "host/names.h"
+
 extern "C" {
 #include <libavutil/log.h>
 #include <libavutil/parseutils.h>
@@ -23,11 +25,6 @@ std::string_view trim(std::string_view s) {
     return s;
 }
 
-std::string lower(std::string_view s) {
-    std::string out(s);
-    for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return out;
-}
 
 std::string quoted(std::string_view s) {
     return "\"" + std::string(s) + "\"";
@@ -63,9 +60,8 @@ int32_t matchName(std::string_view query, const std::vector<std::string>& names)
     for (size_t i = 0; i < names.size(); ++i) {
         if (names[i] == query) return static_cast<int32_t>(i);
     }
-    const std::string low = lower(query);
     for (size_t i = 0; i < names.size(); ++i) {
-        if (lower(names[i]) == low) return static_cast<int32_t>(i);
+        if (equalsIgnoreCase(names[i], query)) return static_cast<int32_t>(i);
     }
     const std::string norm = normalizeName(query);
     if (norm.empty()) return -1;
@@ -179,7 +175,7 @@ std::optional<uint32_t> parseColour(std::string_view text) {
         colour = {'#', text[1], text[1], text[2], text[2], text[3], text[3]};
     }
     // "random" would make two runs differ.
-    if (lower(colour).rfind("random", 0) == 0) return std::nullopt;
+    if (toLower(colour).rfind("random", 0) == 0) return std::nullopt;
     uint8_t rgba[4] = {};
     const int level = av_log_get_level();
     av_log_set_level(AV_LOG_QUIET);  // a mistake is reported by the caller

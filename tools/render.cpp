@@ -13,6 +13,9 @@
 #include <optional>
 #include <stdexcept>
 
+#include "host/names.h"
+#include "tools/builtin_clip.h"
+#include "tools/chunk_meta.h"
 #include "tools/decode_ahead.h"
 #include "tools/encode_behind.h"
 #include "tools/image_io.h"
@@ -22,7 +25,6 @@
 #include "tools/progress_bar.h"
 #include "tools/render_workers.h"
 #include "tools/sheet.h"
-#include "tools/test_clip.h"
 #include "tools/video_reader.h"
 #include "tools/video_writer.h"
 
@@ -33,9 +35,7 @@ namespace {
 namespace fs = std::filesystem;
 
 std::string lowerExtension(const std::string& path) {
-    std::string ext = fs::path(path).extension().string();
-    for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return ext;
+    return toLower(fs::path(path).extension().string());
 }
 
 // One picture: .png through libpng, the other picture names through
@@ -172,6 +172,10 @@ void renderVideo(Source& src, Renderer& r, std::vector<Renderer>& more, const Re
                          (src.times.empty() ? std::string()
                                             : "; it runs from 0 to " + seconds(src.times.back())));
     }
+    // A chunk starts where its range asks, with the state of the frames
+    // before it brought along (see chunk_meta.h).
+    std::optional<ChunkWindow> window;
+    if (rq.frames) window = startChunk(src, rq, effectName, span, outputPath);
     if (!count) {
         say(rq.quiet, src.name +
                           " is rendered as it arrives, so its length is not known: "
@@ -204,10 +208,15 @@ void renderVideo(Source& src, Renderer& r, std::vector<Renderer>& more, const Re
         settings.sourceContainer = src.reader->formatContext();
         settings.sourceVideoStream = src.reader->videoStream();
     }
+    if (window) {
+        settings.tags.emplace_back(kChunkTag, chunkRecordJson(makeChunkRecord(
+                                                  src, rq, effectName, *window, settings.colour,
+                                                  settings.sourcePixelFormat)));
+    }
     VideoWriter writer(settings);
 
     std::map<int32_t, int32_t> copied;  // input stream -> output stream
-    if (src.kind == Source::Kind::Video) {
+    if (src.kind == Source::Kind::Video && !window) {
         std::vector<std::string> leftOut;
         copied = writer.addCopiedStreams(src.reader->formatContext(), src.reader->videoStream(),
                                          !rq.noAudio, src.name, leftOut);
@@ -226,7 +235,9 @@ void renderVideo(Source& src, Renderer& r, std::vector<Renderer>& more, const Re
         if (it != copied.end()) encoder.packet(packet, st, it->second);
     };
 
-    ProgressBar bar(src.streamed() ? 0 : static_cast<int64_t>(src.times.size()),
+    ProgressBar bar(window           ? window->range.end - window->range.first
+                    : src.streamed() ? 0
+                                     : static_cast<int64_t>(src.times.size()),
                     !rq.quiet && stderrIsTerminal());
     // A file is decoded ahead on a thread of its own; standard input, whose
     // reads may block for as long as the writer upstream likes, and the
@@ -237,8 +248,25 @@ void renderVideo(Source& src, Renderer& r, std::vector<Renderer>& more, const Re
     auto next = [&](DecodedFrame& f) {
         return ahead ? ahead->next(f, audioSink) : nextFrame(src, fourcc, f, audioSink);
     };
+    // Progress runs from 0 on the span's first frame to 1 on its last.
+    auto progressAt = [&](size_t inSpan) {
+        return n > 1 ? std::min(1.0, static_cast<double>(inSpan) / static_cast<double>(n - 1))
+                     : 0.0;
+    };
+    // An effect with state renders the span's frames before a chunk, unwritten,
+    // on a blank picture of the frame's size: its state follows the parameters,
+    // the size and the progress, never the pixels, so those frames are not decoded.
+    if (window && window->replay) {
+        const Picture blank(src.width, src.height);
+        Picture replayed;
+        for (size_t i = 0; i < window->spanBefore; ++i) {
+            throwIfInterrupted();
+            r.renderInto(blank, progressAt(i), replayed);
+        }
+    }
     DecodedFrame frame;
-    size_t inSpan = 0;
+    size_t inSpan = window ? window->spanBefore : 0;
+    int64_t index = window ? window->nextIndex : 0;  // of the frame in the whole clip
     int64_t done = 0;
     // With several renderers, frames are rendered at once on workers and
     // written in the order they were read.
@@ -257,14 +285,20 @@ void renderVideo(Source& src, Renderer& r, std::vector<Renderer>& more, const Re
     };
     while (next(frame)) {
         throwIfInterrupted();
-        // Progress runs from 0 on the span's first frame to 1 on its last;
-        // frames outside the span pass through unchanged.
+        // Frames decoded on the way from a key frame to a chunk are dropped.
+        if (window && frame.time < window->startTime) continue;
+        const int64_t k = index++;
+        if (window && k == window->range.first && window->startTime >= 0 &&
+            frame.time != window->startTime) {
+            throw std::runtime_error(src.name + ": frame " + std::to_string(k) +
+                                     " could not be reached from a key frame before it");
+        }
+        if (window && k < window->range.first) continue;
+        if (window && k >= window->range.end) break;
+        // Frames outside the span pass through unchanged.
         const bool inside = span.contains(frame.time) && (!count || inSpan < n);
         if (workers) {
-            const double progress =
-                !inside || n <= 1
-                    ? 0.0
-                    : std::min(1.0, static_cast<double>(inSpan) / static_cast<double>(n - 1));
+            const double progress = inside ? progressAt(inSpan) : 0.0;
             inSpan += inside;
             while (workers->full()) writeNext(true);
             workers->submit(std::move(frame.picture), inside ? encoder.spare() : Picture(),
@@ -276,9 +310,7 @@ void renderVideo(Source& src, Renderer& r, std::vector<Renderer>& more, const Re
             continue;
         }
         if (inside) {
-            const double progress =
-                n > 1 ? std::min(1.0, static_cast<double>(inSpan) / static_cast<double>(n - 1))
-                      : 0.0;
+            const double progress = progressAt(inSpan);
             ++inSpan;
             Picture rendered = encoder.spare();
             r.renderInto(frame.picture, progress, rendered);
@@ -305,8 +337,8 @@ void renderVideo(Source& src, Renderer& r, std::vector<Renderer>& more, const Re
     out.commit();
     bar.finish();
     say(rq.quiet,
-        "wrote " + outputPath + ": " + std::to_string(done) + " frames, " + std::to_string(inSpan) +
-            " with " + effectName +
+        "wrote " + outputPath + ": " + std::to_string(done) + " frames, " +
+            std::to_string(inSpan - (window ? window->spanBefore : 0)) + " with " + effectName +
             (copied.empty() ? ""
                             : ", " + std::to_string(copied.size()) + " other stream(s) copied") +
             "; " + writer.description());
@@ -320,27 +352,14 @@ void renderVideo(Source& src, Renderer& r, std::vector<Renderer>& more, const Re
 
 }  // namespace
 
-std::string effectSlug(const std::string& name) {
-    std::string out;
-    for (char c : name) {
-        if (std::isalnum(static_cast<unsigned char>(c))) {
-            out += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-        } else if (!out.empty() && out.back() != '-') {
-            out += '-';
-        }
-    }
-    while (!out.empty() && out.back() == '-') out.pop_back();
-    return out;
-}
-
 std::string defaultOutputName(const std::string& input, bool stillInput,
                               const std::string& effectName) {
-    if (input.empty()) return effectSlug(effectName) + ".mp4";
+    if (input.empty()) return effectSlug(effectName, '-') + ".mp4";
     if (input == "-") return "-";
     const fs::path p(input);
     std::string ext = stillInput ? ".png" : p.extension().string();
     if (ext.empty()) ext = ".mkv";
-    return p.stem().string() + "-" + effectSlug(effectName) + ext;
+    return p.stem().string() + "-" + effectSlug(effectName, '-') + ext;
 }
 
 void runRender(const Module& module, const RenderRequest& rq) {
@@ -381,6 +400,9 @@ void runRender(const Module& module, const RenderRequest& rq) {
         throw UsageError(
             "--progress renders a still (.png output); in a video progress runs from 0 to 1 over "
             "the span");
+    }
+    if (rq.frames && (stillOutput || rq.progress)) {
+        throw UsageError("--frames renders a chunk of video for reelfx join: give -o NAME.mkv");
     }
     if (rq.span && stillOutput && src.kind == Source::Kind::Still) {
         throw UsageError("--span needs a video: a still has no time (use --progress for a still)");

@@ -17,7 +17,8 @@ struct RenderRequest {
     std::vector<std::string> params;  // NAME=VALUE
     std::string format = "argb";
     std::optional<std::string> span;
-    std::optional<double> progress;  // still output only
+    std::optional<std::string> frames;  // "A:B": a chunk of frames A to B - 1
+    std::optional<double> progress;     // still output only
     std::optional<std::string> displayAspect;
     std::optional<std::string> pictureAspect;
     std::optional<std::string> size;  // built-in clip
@@ -45,8 +46,6 @@ struct SheetRequest {
 void runRender(const Module& module, const RenderRequest& request);
 void runSheet(const Module& module, const SheetRequest& request);
 
-// "Fade To Black" -> "fade-to-black"
-std::string effectSlug(const std::string& name);
 // The output name used when -o is left out.
 std::string defaultOutputName(const std::string& input, bool stillInput,
                               const std::string& effectName);

@@ -1,6 +1,7 @@
 #include "tools/video_reader.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <new>
 #include <stdexcept>
@@ -348,6 +349,16 @@ std::string VideoReader::damage() const {
         out += std::string(out.empty() ? "" : "; ") + text;
     }
     return out;
+}
+
+bool VideoReader::seekBefore(double seconds) {
+    State& s = *s_;
+    if (s.info.streamed || s.startPts == AV_NOPTS_VALUE || s.decoded != 0) return false;
+    const AVRational tb = s.ic->streams[s.vs]->time_base;
+    const int64_t ts = s.startPts + std::llround(seconds * tb.den / tb.num);
+    if (av_seek_frame(s.ic, s.vs, ts, AVSEEK_FLAG_BACKWARD) < 0) return false;
+    avcodec_flush_buffers(s.dec);
+    return true;
 }
 
 const VideoInfo& VideoReader::info() const {

@@ -69,6 +69,10 @@ public:
     bool next(DecodedFrame& out, uint32_t fourcc, const PacketSink& others = {});
     // The damage met so far, in words; empty for none.
     std::string damage() const;
+    // Moves to the key frame at or before `seconds` (a frame time), before
+    // the first next(); the frames from there on follow. False, with
+    // nothing moved, when the file has no times to seek by.
+    bool seekBefore(double seconds);
 
 private:
     struct State;

@@ -374,6 +374,9 @@ VideoWriter::VideoWriter(const VideoOutputSettings& settings) : s_(std::make_uni
     // What the source file says about itself and its picture carries over:
     // title, creation time, language, rotation.
     if (settings.sourceContainer) copyTags(&s.oc->metadata, settings.sourceContainer->metadata);
+    for (const auto& [key, value] : settings.tags) {
+        if (av_dict_set(&s.oc->metadata, key.c_str(), value.c_str(), 0) < 0) throw std::bad_alloc();
+    }
     if (const AVStream* in = sourceVideo) {
         copyTags(&s.vst->metadata, in->metadata);
         copyStreamSideData(in, s.vst);

@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tools/video_common.h"
@@ -33,6 +34,8 @@ struct VideoOutputSettings {
     // and field order are carried over.
     const AVFormatContext* sourceContainer = nullptr;
     int32_t sourceVideoStream = -1;
+    // Container tags of this file's own, set after the source's.
+    std::vector<std::pair<std::string, std::string>> tags;
 };
 
 // One picture (ARGB words) through FFmpeg's image encoders, for still names

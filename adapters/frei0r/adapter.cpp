@@ -41,6 +41,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -49,6 +50,7 @@
 #include <utility>
 
 #include "host/host.h"
+#include "host/names.h"
 
 namespace reelfx::frei0r {
 
@@ -123,17 +125,16 @@ R guarded(const char* call, R fallback, Body&& body) {
     return fallback;
 }
 
-// $REELFX_MODULE, or the module beside this library (both live in the same
-// library folder, in the build tree and once installed).
+// The module is looked for where every host looks (Module::find), with this
+// library's folder as the place beside it: both live in the same library
+// folder, in the build tree and once installed.
 std::string modulePath() {
-    if (const char* env = std::getenv("REELFX_MODULE"); env && *env) return env;
     Dl_info info{};
+    std::string folder;
     if (dladdr(reinterpret_cast<void*>(&modulePath), &info) && info.dli_fname) {
-        const std::string lib = info.dli_fname;
-        const size_t slash = lib.rfind('/');
-        if (slash != std::string::npos) return lib.substr(0, slash) + "/libreelfx.so";
+        folder = std::filesystem::path(info.dli_fname).parent_path().string();
     }
-    return "libreelfx.so";
+    return Module::find({}, folder);
 }
 
 // Hosts write frei0r values as text with six significant digits (Kdenlive
@@ -161,17 +162,10 @@ std::string choiceList(const std::vector<std::string>& choices) {
     return out;
 }
 
-bool sameText(const std::string& a, const char* b) {
-    const size_t n = std::strlen(b);
-    return a.size() == n && std::equal(a.begin(), a.end(), b, [](unsigned char x, unsigned char y) {
-               return std::tolower(x) == std::tolower(y);
-           });
-}
-
 // The choice a host's text names: its text in any case, or its index.
 int findChoice(const std::vector<std::string>& choices, const char* text) {
     for (size_t i = 0; i < choices.size(); ++i) {
-        if (sameText(choices[i], text)) return static_cast<int>(i);
+        if (reelfx::equalsIgnoreCase(choices[i], text)) return static_cast<int>(i);
     }
     int index = -1;
     const char* end = text + std::strlen(text);

@@ -8,20 +8,11 @@
 #include <cstdio>
 #include <stdexcept>
 
+#include "host/names.h"
+
 namespace reelfx::gst {
 
-std::string dashed(const std::string& text) {
-    std::string out;
-    for (const unsigned char c : text) {
-        if (std::isalnum(c)) {
-            out += static_cast<char>(std::tolower(c));
-        } else if (!out.empty() && out.back() != '-') {
-            out += '-';
-        }
-    }
-    while (!out.empty() && out.back() == '-') out.pop_back();
-    return out;
-}
+std::string dashed(const std::string& text) { return effectSlug(text, '-'); }
 
 std::string camel(const std::string& text) {
     std::string out;

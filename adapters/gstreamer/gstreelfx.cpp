@@ -333,22 +333,25 @@ void classInit(gpointer klass, gpointer data) {
     filter->transform_frame = transformFrame;
 }
 
-// $REELFX_MODULE, else the module beside this file, in the installed
+// The module is looked for where every host looks (Module::find), with the
+// folder that holds it beside this file as the caller's own: the installed
 // module folder beside GStreamer's plug-in folder (lib/<multiarch>/gstreamer-1.0
-// -> lib/<multiarch>/reelfx), or one folder up (the build tree's
-// gstreamer-1.0 folder).
+// -> lib/<multiarch>/reelfx), this folder, or one folder up (the build
+// tree's gstreamer-1.0 folder).
 std::string modulePath() {
-    if (const char* env = std::getenv("REELFX_MODULE"); env && *env) return env;
     Dl_info info{};
-    if (!dladdr(reinterpret_cast<void*>(&modulePath), &info) || !info.dli_fname) {
-        return "libreelfx.so";
+    std::string folder;
+    if (dladdr(reinterpret_cast<void*>(&modulePath), &info) && info.dli_fname) {
+        const std::string self = info.dli_fname;
+        const std::string dir = self.substr(0, self.rfind('/') + 1);
+        for (const char* candidate : {"", "../reelfx/", "../"}) {
+            if (access((dir + candidate + "libreelfx.so").c_str(), R_OK) == 0) {
+                folder = dir + candidate;
+                break;
+            }
+        }
     }
-    const std::string self = info.dli_fname;
-    const std::string dir = self.substr(0, self.rfind('/') + 1);
-    for (const char* candidate : {"libreelfx.so", "../reelfx/libreelfx.so", "../libreelfx.so"}) {
-        if (access((dir + candidate).c_str(), R_OK) == 0) return dir + candidate;
-    }
-    return dir + "libreelfx.so";
+    return reelfx::Module::find({}, folder);
 }
 
 gboolean pluginInit(GstPlugin* gstPlugin) {

@@ -27,6 +27,7 @@
 #include <vector>
 
 #include "host/host.h"
+#include "host/names.h"
 
 namespace {
 
@@ -51,18 +52,7 @@ std::string escape(const std::string& s) {
 }
 
 // "Multi-Prism Lens" -> "multi_prism_lens": the plug-in file's name.
-std::string slug(const std::string& name) {
-    std::string out;
-    for (const unsigned char c : name) {
-        if (std::isalnum(c)) {
-            out += static_cast<char>(std::tolower(c));
-        } else if (!out.empty() && out.back() != '_') {
-            out += '_';
-        }
-    }
-    while (!out.empty() && out.back() == '_') out.pop_back();
-    return out;
-}
+std::string slug(const std::string& name) { return reelfx::effectSlug(name, '_'); }
 
 // "*,Wedding" -> {"Wedding"}: the catalogue's tags without the "*" marker.
 std::vector<std::string> splitTags(const std::string& tags) {

@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "host/host.h"
+#include "host/names.h"
 
 namespace {
 
@@ -40,18 +41,7 @@ std::string quoted(const std::string& s) {
 }
 
 // "Multi-Prism Lens" -> "multi_prism_lens": the plug-in file's name.
-std::string slug(const std::string& name) {
-    std::string out;
-    for (const unsigned char c : name) {
-        if (std::isalnum(c)) {
-            out += static_cast<char>(std::tolower(c));
-        } else if (!out.empty() && out.back() != '_') {
-            out += '_';
-        }
-    }
-    while (!out.empty() && out.back() == '_') out.pop_back();
-    return out;
-}
+std::string slug(const std::string& name) { return reelfx::effectSlug(name, '_'); }
 
 // What a panel row needs: the frei0r name, and for numbers the shown bounds
 // (a QML expression for those that follow the profile's frame size).

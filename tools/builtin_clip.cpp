@@ -1,4 +1,4 @@
-#include "tools/test_clip.h"
+#include "tools/builtin_clip.h"
 
 #include <cairo.h>
 #include <fontconfig/fontconfig.h>

@@ -1,4 +1,4 @@
-// The built-in test clip: moving colour bars, gradients, fine detail, noise
+// The built-in clip: moving colour bars, gradients, fine detail, noise
 // and text, so the tool works without any input file.
 #pragma once
 
