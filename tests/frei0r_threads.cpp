@@ -47,7 +47,8 @@ struct Plugin {
         destruct = reinterpret_cast<decltype(destruct)>(dlsym(handle, "f0r_destruct"));
         setParam = reinterpret_cast<decltype(setParam)>(dlsym(handle, "f0r_set_param_value"));
         getParam = reinterpret_cast<decltype(getParam)>(dlsym(handle, "f0r_get_param_value"));
-        getParamInfo = reinterpret_cast<decltype(getParamInfo)>(dlsym(handle, "f0r_get_param_info"));
+        getParamInfo =
+            reinterpret_cast<decltype(getParamInfo)>(dlsym(handle, "f0r_get_param_info"));
         pluginInfo = reinterpret_cast<decltype(pluginInfo)>(dlsym(handle, "f0r_get_plugin_info"));
         update = reinterpret_cast<decltype(update)>(dlsym(handle, "f0r_update"));
         return init && construct && destruct && setParam && getParam && getParamInfo &&
@@ -158,9 +159,14 @@ bool slicesOnOneInstance(const Plugin& lantern) {
 }  // namespace
 
 int main() {
-    std::vector<Plugin> plugins = {{"aged_film", false},  {"incognito", false}, {"mosaic", true},
-                                   {"dream", true},       {"flip_xy", true},    {"newsprint", true},
-                                   {"crop_scale_to_fit", true}, {"lantern", true}};
+    std::vector<Plugin> plugins = {{"aged_film", false},
+                                   {"incognito", false},
+                                   {"mosaic", true},
+                                   {"dream", true},
+                                   {"flip_xy", true},
+                                   {"newsprint", true},
+                                   {"crop_scale_to_fit", true},
+                                   {"lantern", true}};
     for (Plugin& p : plugins) {
         if (!p.load()) {
             std::fprintf(stderr, "cannot load %s: %s\n", p.slug.c_str(), dlerror());

@@ -59,9 +59,7 @@ void RenderWorkers::rethrowError() {
     if (error_) std::rethrow_exception(error_);
 }
 
-bool RenderWorkers::fullLocked() const {
-    return jobs_.size() >= bound_;
-}
+bool RenderWorkers::fullLocked() const { return jobs_.size() >= bound_; }
 
 bool RenderWorkers::full() {
     std::lock_guard<std::mutex> lock(mutex_);
