@@ -94,7 +94,7 @@ TEST(HostContract, DestroyReleasesTheInstanceOnce) {
 
 // A source that is the target itself is read and written by one call: safe
 // for memory in every effect (the asan build checks it), and the same picture
-// as from a separate source except in the effects the README lists, which
+// as from a separate source except in the effects docs/hosting.md lists, which
 // read pixels they have already written.
 TEST(HostContract, SourceAndTargetInOneBuffer) {
     const std::set<std::string> readsWhatItWrote = {
