@@ -108,6 +108,7 @@ int main(int argc, char** argv) {
         {"Binoculars", models::binoculars},
         {"Stained Glass", models::stainedGlass},
         {"Random-Rotate Squares", models::randomRotateSquares},
+        {"Lantern", [&](const models::Frame& f) { models::lantern(f, progress); }},
     };
 
     std::printf("module against -O1 transcriptions: %dx%d, initial parameters, progress %.1f, "

@@ -9,6 +9,7 @@
 
 #include "effects/effects.h"
 #include "pixel/block.h"
+#include "pixel/clones.h"
 #include "pixel/color.h"
 #include "pixel/fxmath.h"
 #include "pixel/numeric.h"
@@ -64,9 +65,7 @@ void turnOffsets(double red, double green, double blue, double cosTheta, double 
 // rotation below stays well within one step of the polar turn there.
 constexpr double kPlaneTurnLimit = 1073741824.0;
 
-inline int32_t clampByte(int32_t v) {
-    return v < 0 ? 0 : (v > 255 ? 255 : v);
-}
+inline int32_t clampByte(int32_t v) { return v < 0 ? 0 : (v > 255 ? 255 : v); }
 
 // One ARGB pixel turned by theta through its polar angle; alpha carried.
 uint32_t polarTurn(uint32_t p, double theta) {
@@ -148,9 +147,8 @@ inline uint32_t turnPixel(uint32_t p, const Turn& t) {
     return Ayuv ? argbToAyuvInline(out) : out;
 }
 
-__attribute__((target_clones("avx2", "default"))) void turnRow(uint32_t* out, const uint32_t* in,
-                                                                int32_t width, const Turn& t,
-                                                                bool ayuv) {
+REELFX_CLONES void turnRow(uint32_t* out, const uint32_t* in, int32_t width, const Turn& t,
+                           bool ayuv) {
     const Turn turn = t;
     if (ayuv) {
         for (int32_t x = 0; x < width; ++x) out[x] = turnPixel<true>(in[x], turn);

@@ -7,6 +7,7 @@
 
 #include "effects/effects.h"
 #include "pixel/block.h"
+#include "pixel/clones.h"
 #include "pixel/color.h"
 #include "pixel/filter.h"
 #include "pixel/numeric.h"
@@ -53,7 +54,7 @@ inline uint32_t blendAyuv(uint32_t D, uint32_t G) {
     return out;
 }
 
-__attribute__((target_clones("avx2", "default"))) void blendGlare(uint32_t* dst,
+REELFX_CLONES void blendGlare(uint32_t* dst,
                                                                   const uint32_t* glare,
                                                                   ptrdiff_t pitch, int32_t width,
                                                                   int32_t height, bool ayuv) {

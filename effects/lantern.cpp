@@ -14,6 +14,7 @@
 
 #include "effects/effects.h"
 #include "pixel/block.h"
+#include "pixel/clones.h"
 #include "pixel/color.h"
 #include "pixel/numeric.h"
 #include "plugin/parameters.h"
@@ -42,10 +43,11 @@ constexpr bool darkScaleIsExact() {
 }
 static_assert(darkScaleIsExact());
 
-// Columns are lit in strips: the column terms of a strip are computed once
-// into these small arrays, then the strip is walked row by row, so the
-// pictures are read and written along their rows.
+// Columns are lit in strips of bands of rows: the column terms of a strip
+// are computed once per band into these small arrays, then the band's rows
+// of the strip are walked one by one.
 constexpr int32_t kStripColumns = 256;
+constexpr int32_t kBandRows = 32;
 
 struct Point {
     double x, y;
@@ -170,11 +172,138 @@ int32_t wrapSub(int32_t a, int32_t b) {
 }
 int32_t shiftDown(int32_t v) { return v >> 16; }  // arithmetic in C++20
 
-// Lights the columns [col0, col1) of the rows [row0, row1).
+// Where a pixel stands against the beam: dark, lit, or in the blend band
+// (or not yet sorted, for the shading of one pixel at a time).
+enum PixelClass : uint8_t { kDark = 0, kLit = 1, kBand = 2 };
+
+// The beam's terms of one pixel, from its column and row terms.
+struct BeamTerms {
+    double rho2, w;
+};
+inline BeamTerms beamTerms(const Beam& b, double uCol, double vCol, double wCol, double uRow,
+                           double vRow, double wRow) {
+    const double u = (uCol + uRow) * b.inv - b.cx;
+    const double v = (vRow + vCol) * b.inv - b.cy;
+    return {u * u + v * v, (wCol + wRow + b.zz) * b.k};
+}
+
+// The rim coordinate e = 2 * (w / rho2 - 1) + 0.5 matters only near the rim.
+// Where rho2 >= 4w, e <= -1 (or e is NaN) and the pixel is dark; where
+// w >= 4 rho2 (and w > 0), e >= 6.5 and it is lit. Each shortcut is taken
+// only when the blend band cannot reach it.
+inline double rimOf(BeamTerms t) { return 2.0 * (t.w / t.rho2 - 1.0) + 0.5; }
+// The shortcuts first, in integer arithmetic without branches so that a
+// row is sorted in vector lanes (the dark one before the lit one); a pixel
+// neither takes is near the rim and is sorted by its rim coordinate after.
+constexpr uint8_t kNearRim = 3;
+inline uint8_t shortcutClassOf(const Shading& sh, BeamTerms t) {
+    const int32_t dark = sh.darkShortcut & (t.rho2 >= 4.0 * t.w);
+    const int32_t lit = sh.litShortcut & (t.w >= 4.0 * t.rho2);
+    const int32_t c = (kNearRim & (lit - 1)) | lit;
+    return static_cast<uint8_t>(c & (dark - 1));
+}
+inline uint8_t nearRimClassOf(const Shading& sh, BeamTerms t) {
+    const double e = rimOf(t);
+    if (sh.aaLow < e && e < sh.aaHigh) return kBand;
+    return t.rho2 < t.w ? kLit : kDark;
+}
+
+// One pixel of the blend band, with its rim coordinate e.
 template <bool kAyuv>
-void lightStrip(uint32_t* dst, const uint32_t* src, int64_t pitch, int32_t width, int32_t height,
-                const Beam& b, const Shading& sh, int32_t col0, int32_t col1, int32_t row0,
-                int32_t row1) {
+__attribute__((always_inline)) inline uint32_t bandPixel(uint32_t p, double e, uint32_t g) {
+    const uint32_t keep = 65536u - g;
+    const uint32_t b0 = p & 0xFF, b1 = (p >> 8) & 0xFF, b2 = (p >> 16) & 0xFF;
+    const uint32_t dk = (b0 + b1 + b2 + (p >> 24)) / 15;
+    if constexpr (kAyuv) {
+        const int32_t f = truncToInt32(65536.0 * e);
+        const uint32_t s =
+            static_cast<uint32_t>(
+                wrapAdd(shiftDown(wrapMul(f, b2)), shiftDown(wrapMul(wrapSub(65536, f), dk)))) &
+            0xFF;
+        const uint32_t y = (((g * b2) >> 16) + ((keep * s) >> 16)) & 0xFF;
+        return 0xFF000000u | (y << 16) | (p & 0xFFFFu);
+    } else {
+        const int32_t f = truncToInt32(10000.0 * e);
+        const int32_t f2 = truncToInt32(10000.0 * (1.0 - e));
+        const int32_t darkPart = wrapMul(f2, dk) / 10000;
+        const uint32_t s0 = static_cast<uint32_t>(wrapAdd(wrapMul(f, b0) / 10000, darkPart)) & 0xFF;
+        const uint32_t s1 = static_cast<uint32_t>(wrapAdd(wrapMul(f, b1) / 10000, darkPart)) & 0xFF;
+        const uint32_t s2 = static_cast<uint32_t>(wrapAdd(wrapMul(f, b2) / 10000, darkPart)) & 0xFF;
+        const uint32_t o0 = (((keep * s0) >> 16) + ((g * b0) >> 16)) & 0xFF;
+        const uint32_t o1 = (((keep * s1) >> 16) + ((g * b1) >> 16)) & 0xFF;
+        const uint32_t o2 = (((keep * s2) >> 16) + ((g * b2) >> 16)) & 0xFF;
+        return 0xFF000000u | (o2 << 16) | (o1 << 8) | o0;
+    }
+}
+
+// A dark or lit pixel: the dark value or the source, faded with the source.
+template <bool kAyuv>
+inline uint32_t plainPixel(uint32_t p, bool lit, uint32_t g) {
+    const uint32_t keep = 65536u - g;
+    const uint32_t b0 = p & 0xFF, b1 = (p >> 8) & 0xFF, b2 = (p >> 16) & 0xFF;
+    const uint32_t dk = (b0 + b1 + b2 + (p >> 24)) / 15;
+    if constexpr (kAyuv) {
+        const uint32_t s = lit ? b2 : dk;
+        const uint32_t y = (((g * b2) >> 16) + ((keep * s) >> 16)) & 0xFF;
+        return 0xFF000000u | (y << 16) | (p & 0xFFFFu);
+    } else {
+        const uint32_t s0 = lit ? b0 : dk, s1 = lit ? b1 : dk, s2 = lit ? b2 : dk;
+        const uint32_t o0 = (((keep * s0) >> 16) + ((g * b0) >> 16)) & 0xFF;
+        const uint32_t o1 = (((keep * s1) >> 16) + ((g * b1) >> 16)) & 0xFF;
+        const uint32_t o2 = (((keep * s2) >> 16) + ((g * b2) >> 16)) & 0xFF;
+        return 0xFF000000u | (o2 << 16) | (o1 << 8) | o0;
+    }
+}
+
+// Lights n pixels of one row: first every pixel's class (in vector lanes),
+// then the dark and lit pixels, then the few in the band one at a time. A
+// band pixel keeps the source until its turn, so a picture lit in place
+// reads its own pixels.
+template <bool kAyuv>
+__attribute__((always_inline)) inline void lightRow(uint32_t* out, const uint32_t* in, int32_t n,
+                                                    const Beam& beam, const Shading& shading,
+                                                    const double* uCol, const double* vCol,
+                                                    const double* wCol, double dy) {
+    // Copies the loops keep in registers (a store of a byte might otherwise
+    // change what the references point to).
+    const Beam b = beam;
+    const Shading sh = shading;
+    const double uRow = b.uxy * dy;
+    const double vRow = b.vyy * dy;
+    const double wRow = dy * b.y;
+    const uint32_t g = static_cast<uint32_t>(sh.g);
+    uint8_t cls[kStripColumns];
+    int32_t bands = 0;
+    int32_t near = 0;
+    for (int32_t i = 0; i < n; ++i) {
+        cls[i] = shortcutClassOf(sh, beamTerms(b, uCol[i], vCol[i], wCol[i], uRow, vRow, wRow));
+        near += cls[i] == kNearRim;
+    }
+    for (int32_t i = 0; near > 0 && i < n; ++i) {
+        if (cls[i] != kNearRim) continue;
+        cls[i] = nearRimClassOf(sh, beamTerms(b, uCol[i], vCol[i], wCol[i], uRow, vRow, wRow));
+        bands += cls[i] == kBand;
+        --near;
+    }
+    for (int32_t i = 0; i < n; ++i) {
+        const uint32_t p = in[i];
+        const uint32_t q = plainPixel<kAyuv>(p, cls[i] == kLit, g);
+        out[i] = cls[i] == kBand ? p : q;
+    }
+    for (int32_t i = 0; bands > 0 && i < n; ++i) {
+        if (cls[i] != kBand) continue;
+        const double e = rimOf(beamTerms(b, uCol[i], vCol[i], wCol[i], uRow, vRow, wRow));
+        out[i] = bandPixel<kAyuv>(in[i], e, g);
+        --bands;
+    }
+}
+
+// Lights the columns [col0, col1) of the rows [row0, row1). One clone per
+// instruction set around both formats (a template cannot be cloned by every
+// compiler).
+REELFX_CLONES void lightStrip(uint32_t* dst, const uint32_t* src, int64_t pitch, int32_t width,
+                              int32_t height, const Beam& b, const Shading& sh, bool ayuv,
+                              int32_t col0, int32_t col1, int32_t row0, int32_t row1) {
     double uCol[kStripColumns], vCol[kStripColumns], wCol[kStripColumns];
     const int32_t n = col1 - col0;
     for (int32_t i = 0; i < n; ++i) {
@@ -183,71 +312,14 @@ void lightStrip(uint32_t* dst, const uint32_t* src, int64_t pitch, int32_t width
         vCol[i] = b.uxy * dx;
         wCol[i] = dx * b.x;
     }
-    const uint32_t g = static_cast<uint32_t>(sh.g);
-    const uint32_t keep = 65536u - g;
     for (int32_t row = row0; row < row1; ++row) {
-        const double dy = 0.5 * height - row;
-        const double uRow = b.uxy * dy;
-        const double vRow = b.vyy * dy;
-        const double wRow = dy * b.y;
-        const uint32_t* in = src + row * pitch + col0;
         uint32_t* out = dst + row * pitch + col0;
-        for (int32_t i = 0; i < n; ++i) {
-            const double u = (uCol[i] + uRow) * b.inv - b.cx;
-            const double v = (vRow + vCol[i]) * b.inv - b.cy;
-            const double rho2 = u * u + v * v;
-            const double w = (wCol[i] + wRow + b.zz) * b.k;
-            // The rim coordinate e = 2 * (w / rho2 - 1) + 0.5 matters only near
-            // the rim. Where rho2 >= 4w, e <= -1 (or e is NaN) and the pixel is
-            // dark; where w >= 4 rho2 (and w > 0), e >= 6.5 and it is lit. Each
-            // shortcut is taken only when the blend band cannot reach it.
-            bool band = false;
-            bool lit = false;
-            double e = 0.0;
-            if (sh.darkShortcut && rho2 >= 4.0 * w) {
-                // dark
-            } else if (sh.litShortcut && w >= 4.0 * rho2) {
-                lit = true;
-            } else {
-                e = 2.0 * (w / rho2 - 1.0) + 0.5;
-                band = sh.aaLow < e && e < sh.aaHigh;
-                lit = rho2 < w;
-            }
-
-            const uint32_t p = in[i];
-            const uint32_t b0 = p & 0xFF, b1 = (p >> 8) & 0xFF, b2 = (p >> 16) & 0xFF;
-            const uint32_t dk = (b0 + b1 + b2 + (p >> 24)) / 15;
-            if constexpr (kAyuv) {
-                uint32_t s;
-                if (band) {
-                    const int32_t f = truncToInt32(65536.0 * e);
-                    s = static_cast<uint32_t>(wrapAdd(shiftDown(wrapMul(f, b2)),
-                                                      shiftDown(wrapMul(wrapSub(65536, f), dk)))) &
-                        0xFF;
-                } else {
-                    s = lit ? b2 : dk;
-                }
-                const uint32_t y = (((g * b2) >> 16) + ((keep * s) >> 16)) & 0xFF;
-                out[i] = 0xFF000000u | (y << 16) | (p & 0xFFFFu);
-            } else {
-                uint32_t s0, s1, s2;
-                if (band) {
-                    const int32_t f = truncToInt32(10000.0 * e);
-                    const int32_t f2 = truncToInt32(10000.0 * (1.0 - e));
-                    const int32_t darkPart = wrapMul(f2, dk) / 10000;
-                    s0 = static_cast<uint32_t>(wrapAdd(wrapMul(f, b0) / 10000, darkPart)) & 0xFF;
-                    s1 = static_cast<uint32_t>(wrapAdd(wrapMul(f, b1) / 10000, darkPart)) & 0xFF;
-                    s2 = static_cast<uint32_t>(wrapAdd(wrapMul(f, b2) / 10000, darkPart)) & 0xFF;
-                } else if (lit) {
-                    s0 = b0, s1 = b1, s2 = b2;
-                } else {
-                    s0 = s1 = s2 = dk;
-                }
-                const uint32_t o0 = (((keep * s0) >> 16) + ((g * b0) >> 16)) & 0xFF;
-                const uint32_t o1 = (((keep * s1) >> 16) + ((g * b1) >> 16)) & 0xFF;
-                const uint32_t o2 = (((keep * s2) >> 16) + ((g * b2) >> 16)) & 0xFF;
-                out[i] = 0xFF000000u | (o2 << 16) | (o1 << 8) | o0;
-            }
+        const uint32_t* in = src + row * pitch + col0;
+        const double dy = 0.5 * height - row;
+        if (ayuv) {
+            lightRow<true>(out, in, n, b, sh, uCol, vCol, wCol, dy);
+        } else {
+            lightRow<false>(out, in, n, b, sh, uCol, vCol, wCol, dy);
         }
     }
 }
@@ -267,8 +339,8 @@ void renderLantern(const FrameContext* ctx, const ParameterBlock* block, double 
     // values beyond the 32-bit range truncate to -2^31, and the difference
     // for those (and for values just above -2^31) wraps below 1: q = 1, the
     // largest spot.
-    int32_t q =
-        static_cast<int32_t>(20u - static_cast<uint32_t>(truncToInt32(paramValue(block, kLanternSpotRadius))));
+    int32_t q = static_cast<int32_t>(
+        20u - static_cast<uint32_t>(truncToInt32(paramValue(block, kLanternSpotRadius))));
     if (q < 1) q = 1;
     // Below 0 (and NaN) the band is empty: a hard-edged spot, as with 0.
     // Above 100 it reaches beyond 0 < e < 1 and the blend extrapolates.
@@ -298,14 +370,16 @@ void renderLantern(const FrameContext* ctx, const ParameterBlock* block, double 
     sh.g = fadeWeight(fadeShare, T);
 
     const int64_t pitch = ctx->stride >> 2;
-    for (int64_t col = ix; col < colEnd; col += kStripColumns) {
-        const int64_t end = std::min<int64_t>(col + kStripColumns, colEnd);
-        if (format == kFourccAyuv) {
-            lightStrip<true>(dst, src, pitch, width, height, beam, sh, static_cast<int32_t>(col),
-                             static_cast<int32_t>(end), iy, static_cast<int32_t>(rowEnd));
-        } else {
-            lightStrip<false>(dst, src, pitch, width, height, beam, sh, static_cast<int32_t>(col),
-                              static_cast<int32_t>(end), iy, static_cast<int32_t>(rowEnd));
+    // Bands of rows across the picture, strip by strip: a band's rows are
+    // visited together, so the pages they lie on are found once per band.
+    for (int64_t row = iy; row < rowEnd; row += kBandRows) {
+        const int32_t r0 = static_cast<int32_t>(row);
+        const int32_t r1 = static_cast<int32_t>(std::min<int64_t>(row + kBandRows, rowEnd));
+        for (int64_t col = ix; col < colEnd; col += kStripColumns) {
+            const int32_t c0 = static_cast<int32_t>(col);
+            const int32_t c1 = static_cast<int32_t>(std::min<int64_t>(col + kStripColumns, colEnd));
+            lightStrip(dst, src, pitch, width, height, beam, sh, format == kFourccAyuv, c0, c1, r0,
+                       r1);
         }
     }
 }

@@ -14,6 +14,7 @@
 
 #include "effects/effects.h"
 #include "pixel/block.h"
+#include "pixel/clones.h"
 #include "pixel/color.h"
 #include "pixel/numeric.h"
 #include "plugin/parameters.h"
@@ -97,14 +98,14 @@ constexpr int32_t kMaxSpan = 2048;
 constexpr int32_t kMaxRowsKept = 64;
 
 // Keys of the words [x0, x1) of a row, one byte each.
-__attribute__((target_clones("avx2", "default"))) void rowKeys(const uint32_t* row, int32_t x0, int32_t x1, uint8_t* keys) {
+REELFX_CLONES void rowKeys(const uint32_t* row, int32_t x0, int32_t x1, uint8_t* keys) {
     for (int32_t x = x0; x < x1; ++x) keys[x - x0] = static_cast<uint8_t>(brightnessKey(row[x]));
 }
 
 // One search row over a run of columns: each column's candidate, packed
 // as excess << 8 | scan index in 16 bits (a key not above its anchor's
 // gives 0xFFFF, above every real candidate), lowers that column's best.
-__attribute__((target_clones("avx2", "default"))) void lowerColumnBest(
+REELFX_CLONES void lowerColumnBest(
     const uint8_t* key, const int16_t* above, const uint8_t* offset, uint16_t first,
     uint16_t* best, int32_t n) {
     for (int32_t x = 0; x < n; ++x) {
@@ -254,7 +255,7 @@ void paintReaching(const Patch* const* reaching, int32_t m, int32_t x0, int32_t 
 
 // One row painted from colours spread over its columns: the brighter one
 // where the source key is above the anchor's.
-__attribute__((target_clones("avx2", "default"))) void paintSpread(
+REELFX_CLONES void paintSpread(
     const uint8_t* key, const uint8_t* anchorKey, const uint32_t* low, const uint32_t* change,
     uint32_t* out, int32_t n) {
     for (int32_t x = 0; x < n; ++x) {

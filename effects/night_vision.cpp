@@ -7,6 +7,7 @@
 
 #include "effects/effects.h"
 #include "pixel/block.h"
+#include "pixel/clones.h"
 #include "pixel/color.h"
 #include "pixel/numeric.h"
 #include "plugin/parameters.h"
@@ -19,9 +20,11 @@ constexpr int32_t kChunk = 256;  // pixels per step of the row loop
 // stretched by the gain around the base, truncated and held to 0 ... 255.
 // Every value is finite and far inside 32 bits (the parameters are
 // clamped), so the plain truncation is exact and the loop vectorises.
+// Inlined into the row loop so that it is compiled for the row loop's
+// instruction set.
 template <bool kAyuv>
-void greenLevels(const uint32_t* s, int32_t n, double mix, double gain, double base,
-                 int32_t* level) {
+__attribute__((always_inline)) inline void greenLevels(const uint32_t* s, int32_t n, double mix,
+                                                       double gain, double base, int32_t* level) {
     for (int32_t j = 0; j < n; ++j) {
         const uint32_t p = kAyuv ? ayuvToArgbInline(s[j]) : s[j];
         const double r = static_cast<int32_t>((p >> 16) & 0xFF) - base;
@@ -33,21 +36,23 @@ void greenLevels(const uint32_t* s, int32_t n, double mix, double gain, double b
 
 // Each byte of s moved toward the green pixel by t (0 < t <= 1),
 // truncated; alpha is the same in both and stays.
-void mixTowardGreen(const uint32_t* s, const uint32_t* green, int32_t n, double t, uint32_t* out) {
+__attribute__((always_inline)) inline void mixTowardGreen(const uint32_t* s, const uint32_t* green,
+                                                          int32_t n, double t, uint32_t* out) {
     for (int32_t j = 0; j < n; ++j) {
         uint32_t v = s[j] & 0xFF000000u;
         for (int k = 0; k < 24; k += 8) {
             const int32_t a = static_cast<int32_t>((s[j] >> k) & 0xFF);
             const int32_t b = static_cast<int32_t>((green[j] >> k) & 0xFF);
-            v |= static_cast<uint32_t>(truncBounded(static_cast<double>(b - a) * t + a) & 0xFF) << k;
+            v |= static_cast<uint32_t>(truncBounded(static_cast<double>(b - a) * t + a) & 0xFF)
+                 << k;
         }
         out[j] = v;
     }
 }
 
-__attribute__((target_clones("avx2", "default"))) void nightVisionRow(
-    const uint32_t* in, uint32_t* out, int32_t width, bool ayuv, double intensity, double mix,
-    double gain, double base, const uint32_t* greenOf) {
+REELFX_CLONES void nightVisionRow(const uint32_t* in, uint32_t* out, int32_t width, bool ayuv,
+                                  double intensity, double mix, double gain, double base,
+                                  const uint32_t* greenOf) {
     int32_t level[kChunk];
     uint32_t green[kChunk];
     for (int32_t x0 = 0; x0 < width; x0 += kChunk) {
@@ -95,7 +100,8 @@ void renderNightVision(uint32_t* dst, const uint32_t* src, int32_t stride, int32
 
     // The green pixel of every level in the frame's format, alpha 0.
     uint32_t greenOf[256];
-    for (int32_t c = 0; c < 256; ++c) greenOf[c] = argbToFrame(static_cast<uint32_t>(c) << 8, format);
+    for (int32_t c = 0; c < 256; ++c)
+        greenOf[c] = argbToFrame(static_cast<uint32_t>(c) << 8, format);
     const bool ayuv = format == kFourccAyuv;
     // Each chunk is read whole before any of it is written, so a picture
     // rendered in place gives the same result.

@@ -8,6 +8,7 @@
 
 #include "effects/effects.h"
 #include "pixel/block.h"
+#include "pixel/clones.h"
 #include "pixel/color.h"
 #include "pixel/numeric.h"
 #include "plugin/parameters.h"
@@ -38,7 +39,7 @@ inline int32_t distance2(int32_t dx2, int32_t dy2) {
 // candidates (ties go to the later one). The candidates are taken one at a
 // time over the whole row, so the loop runs across the pixels and
 // vectorises; the colours are picked in the row itself.
-__attribute__((target_clones("avx2", "default"))) void nearestSeedRow(
+REELFX_CLONES void nearestSeedRow(
     uint32_t* out, int32_t* best, int32_t cw, const int32_t* dx2, int32_t widest,
     const int32_t* dy2, const uint32_t* cc, int m) {
     for (int32_t x = 0; x < cw; ++x) {

@@ -6,6 +6,7 @@
 
 #include "effects/effects.h"
 #include "pixel/block.h"
+#include "pixel/clones.h"
 #include "pixel/color.h"
 #include "pixel/numeric.h"
 
@@ -80,7 +81,7 @@ inline uint32_t mixToShade(uint32_t s, uint32_t shade, double e, const Bounds& b
 
 // One row, in chunks: the shades are looked up first, then the mix runs
 // over plain arrays, where it vectorises (AVX2 where the CPU has it).
-__attribute__((target_clones("avx2", "default"))) void toneMapRow(
+REELFX_CLONES void toneMapRow(
     const uint32_t* in, uint32_t* out, int32_t width, bool argb, const uint32_t* shade, double e,
     const Bounds& bounds) {
     uint32_t shadeOf[kChunk];

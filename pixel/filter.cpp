@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "pixel/clones.h"
 #include "pixel/numeric.h"
 
 namespace {
@@ -39,8 +40,7 @@ constexpr float kSharp6[] = {1.7f, -0.07f, -0.07f, -0.07f, -0.07f, -0.07f};
 constexpr float kSharp7[] = {1.75f, -0.0625f, -0.0625f, -0.0625f, -0.0625f, -0.0625f, -0.0625f};
 constexpr float kSharp8[] = {1.778f,   -0.0555f, -0.0555f, -0.0555f,
                              -0.0555f, -0.0555f, -0.0555f, -0.0555f};
-constexpr float kSharp9[] = {1.8f,  -0.05f, -0.05f, -0.05f, -0.05f,
-                             -0.05f, -0.05f, -0.05f, -0.05f};
+constexpr float kSharp9[] = {1.8f, -0.05f, -0.05f, -0.05f, -0.05f, -0.05f, -0.05f, -0.05f, -0.05f};
 
 // Indexed by the last digit of the code minus 2; that digit is n.
 constexpr const float* kBoxKernels[] = {kBox2, kBox3, kBox4, kBox5, kBox6, kBox7, kBox8, kBox9};
@@ -55,9 +55,7 @@ inline int32_t product(double w, int v) {
 
 // Weights below zero are lifted by an offset so that every field stays
 // non-negative; the offsets come back out as the bias.
-inline int32_t negativeOffset(double w) {
-    return w < 0.0 ? truncToInt32(w * -1024.0) : 0;
-}
+inline int32_t negativeOffset(double w) { return w < 0.0 ? truncToInt32(w * -1024.0) : 0; }
 
 // One step of the left accumulator: the oldest field falls out at the bottom
 // (arithmetic shift), the new pixel's entry comes in.
@@ -67,13 +65,9 @@ inline uint32_t stepLeft(uint32_t acc, uint32_t entry) {
 
 // One step of the right accumulator: fields move up, the oldest leaves the
 // top of the word.
-inline uint32_t stepRight(uint32_t acc, uint32_t entry) {
-    return (acc << 10) + entry;
-}
+inline uint32_t stepRight(uint32_t acc, uint32_t entry) { return (acc << 10) + entry; }
 
-inline uint32_t byteOf(uint32_t p, int k) {
-    return (p >> (8 * k)) & 0xFFu;
-}
+inline uint32_t byteOf(uint32_t p, int k) { return (p >> (8 * k)) & 0xFFu; }
 
 // Slides a kernel of G tables along the working line L (P repeated pixels,
 // the count pixels, P repeated pixels).
@@ -89,8 +83,8 @@ void slide(const uint32_t* L, int32_t count, ptrdiff_t step, const FilterTables&
             const uint32_t* T = tables.T[j];
             left[k][j] = stepLeft(stepLeft(0, T[byteOf(L[P - 3 * j - 2], k)]),
                                   T[byteOf(L[P - 3 * j - 1], k)]);
-            right[k][j] = stepRight(stepRight(0, T[byteOf(L[P + 3 * j], k)]),
-                                    T[byteOf(L[P + 3 * j + 1], k)]);
+            right[k][j] =
+                stepRight(stepRight(0, T[byteOf(L[P + 3 * j], k)]), T[byteOf(L[P + 3 * j + 1], k)]);
         }
     }
     const uint32_t bias = static_cast<uint32_t>(tables.bias);
@@ -270,9 +264,7 @@ bool uniformKernel(const float* weights, int n, const FilterTables& tables, Unif
            affineOf(field[0], 2.0 * w0 * 65536.0, &k->centreMul, &k->centreAdd);
 }
 
-inline int32_t tap(int32_t v, int32_t mul, int32_t add) {
-    return (v * mul + add) >> 16;
-}
+inline int32_t tap(int32_t v, int32_t mul, int32_t add) { return (v * mul + add) >> 16; }
 
 inline uint8_t clampToByte(int16_t sum) {
     const int16_t r = static_cast<int16_t>(sum >> 2);
@@ -297,7 +289,8 @@ __attribute__((always_inline)) inline void uniformRow(const uint8_t* padded, int
     }
     const uint8_t* centre = padded + 4 * Reach;
     for (int32_t i = 0; i < bytes; ++i) {
-        int16_t sum = static_cast<int16_t>(2 * tap(centre[i], k.centreMul, k.centreAdd) + k.constant);
+        int16_t sum =
+            static_cast<int16_t>(2 * tap(centre[i], k.centreMul, k.centreAdd) + k.constant);
         for (int t = 0; t < Reach; ++t) {
             sum = static_cast<int16_t>(sum + outer[i + 4 * t] + outer[i + 4 * (Reach + 1 + t)]);
         }
@@ -305,37 +298,41 @@ __attribute__((always_inline)) inline void uniformRow(const uint8_t* padded, int
     }
 }
 
-// The passes over the rows, chunk by chunk: a chunk with Reach pixels of the
-// row on both sides is read where it is; a chunk at either end of the row
-// is copied with its edge pixel repeated.
+// One row, chunk by chunk: a chunk with Reach pixels of the row on both
+// sides is read where it is; a chunk at either end of the row is copied with
+// its edge pixel repeated.
+template <int Reach>
+__attribute__((always_inline)) inline void rowOfReach(const uint32_t* in, uint32_t* out,
+                                                      int32_t width, const UniformKernel& k) {
+    uint32_t edge[kUniformChunk + 2 * Reach];
+    for (int32_t x = 0; x < width; x += kUniformChunk) {
+        const int32_t n = std::min(kUniformChunk, width - x);
+        const uint32_t* padded = edge;
+        if (x >= Reach && x + n + Reach <= width) {
+            padded = in + (x - Reach);
+        } else {
+            for (int32_t j = 0; j < n + 2 * Reach; ++j) {
+                edge[j] = in[std::clamp(x - Reach + j, 0, width - 1)];
+            }
+        }
+        uniformRow<Reach>(reinterpret_cast<const uint8_t*>(padded), n, k,
+                          reinterpret_cast<uint8_t*>(out + x));
+    }
+}
+
+// The passes over the rows.
 template <int Reach>
 __attribute__((always_inline)) inline void rowsOfReach(const uint32_t* src, uint32_t* inter,
                                                        ptrdiff_t pitch, int32_t width,
                                                        int32_t height, const UniformKernel& k) {
-    uint32_t edge[kUniformChunk + 2 * Reach];
-    for (int32_t y = 0; y < height; ++y) {
-        const uint32_t* in = src + y * pitch;
-        for (int32_t x = 0; x < width; x += kUniformChunk) {
-            const int32_t n = std::min(kUniformChunk, width - x);
-            const uint32_t* padded = edge;
-            if (x >= Reach && x + n + Reach <= width) {
-                padded = in + (x - Reach);
-            } else {
-                for (int32_t j = 0; j < n + 2 * Reach; ++j) {
-                    edge[j] = in[std::clamp(x - Reach + j, 0, width - 1)];
-                }
-            }
-            uniformRow<Reach>(reinterpret_cast<const uint8_t*>(padded), n, k,
-                              reinterpret_cast<uint8_t*>(inter + y * pitch + x));
-        }
-    }
+    for (int32_t y = 0; y < height; ++y)
+        rowOfReach<Reach>(src + y * pitch, inter + y * pitch, width, k);
 }
 
 // One clone per instruction set around all the kernel widths (a template
 // cannot be cloned by every compiler).
-__attribute__((target_clones("avx2", "default"))) void uniformRows(
-    const uint32_t* src, uint32_t* inter, ptrdiff_t pitch, int32_t width, int32_t height,
-    const UniformKernel& k) {
+REELFX_CLONES void uniformRows(const uint32_t* src, uint32_t* inter, ptrdiff_t pitch, int32_t width,
+                               int32_t height, const UniformKernel& k) {
     switch (k.reach) {
         case 0: rowsOfReach<0>(src, inter, pitch, width, height, k); break;
         case 1: rowsOfReach<1>(src, inter, pitch, width, height, k); break;
@@ -358,9 +355,9 @@ constexpr int32_t kWidestBand = 4096;
 // repeated). The products of the places in the window are kept in a ring
 // (`ring`, 2 * reach + 1 rows of `bytes` entries), so each row's products
 // are formed once.
-__attribute__((target_clones("avx2", "default"))) void uniformColumns(
-    const uint8_t* src, uint8_t* dst, ptrdiff_t stride, int32_t height, int32_t bytes,
-    const UniformKernel& kernel, int16_t* ring, int16_t* window) {
+REELFX_CLONES void uniformColumns(const uint8_t* src, uint8_t* dst, ptrdiff_t stride,
+                                  int32_t height, int32_t bytes, const UniformKernel& kernel,
+                                  int16_t* ring, int16_t* window) {
     const UniformKernel k = kernel;
     const int32_t places = 2 * k.reach + 1;
     // Place p (from -reach on) sits in ring slot (p + reach) % places.
@@ -400,6 +397,84 @@ __attribute__((target_clones("avx2", "default"))) void uniformColumns(
     }
 }
 
+// Row `row` (held to the picture) filtered along the row, from the ring of
+// Reach + 2 rows; the rows up to it that are not there yet are filtered
+// first, in order. A function rather than a lambda, so that it is compiled
+// into each instruction-set clone.
+template <int Reach>
+__attribute__((always_inline)) inline const uint8_t* filteredRow(
+    const uint32_t* src, ptrdiff_t pitch, int32_t width, int32_t height, const UniformKernel& k,
+    uint32_t* rows, int32_t& filtered, int32_t row) {
+    constexpr int32_t kRows = Reach + 2;
+    const int32_t r = std::clamp(row, 0, height - 1);
+    while (filtered < r) {
+        ++filtered;
+        rowOfReach<Reach>(src + filtered * pitch,
+                          rows + static_cast<ptrdiff_t>(filtered % kRows) * width, width, k);
+    }
+    return reinterpret_cast<const uint8_t*>(rows + static_cast<ptrdiff_t>(r % kRows) * width);
+}
+
+// Both passes at once for pictures no wider than a column band: each row
+// is filtered along the row when the column window first needs it, into a
+// ring of Reach + 2 rows, so no intermediate picture is written or read.
+// The column window is the one of uniformColumns, over whole rows.
+template <int Reach>
+__attribute__((always_inline)) inline void fusedOfReach(const uint32_t* src, uint32_t* dst,
+                                                        ptrdiff_t pitch, int32_t width,
+                                                        int32_t height, const UniformKernel& kernel,
+                                                        uint32_t* rows, int16_t* ring,
+                                                        int16_t* window) {
+    const UniformKernel k = kernel;
+    constexpr int32_t places = 2 * Reach + 1;
+    const int32_t bytes = 4 * width;
+    int32_t filtered = -1;  // rows 0 ... filtered are in the ring
+    for (int32_t i = 0; i < bytes; ++i) window[i] = 0;
+    for (int32_t p = -Reach; p <= Reach; ++p) {
+        const uint8_t* r = filteredRow<Reach>(src, pitch, width, height, k, rows, filtered, p);
+        int16_t* slot = ring + ((p + Reach) % places) * bytes;
+        for (int32_t i = 0; i < bytes; ++i) {
+            slot[i] = static_cast<int16_t>(tap(r[i], k.outerMul, k.outerAdd));
+            window[i] = static_cast<int16_t>(window[i] + slot[i]);
+        }
+    }
+    for (int32_t y = 0; y < height; ++y) {
+        if (y > 0) {
+            int16_t* slot = ring + ((y + 2 * Reach) % places) * bytes;
+            const uint8_t* r =
+                filteredRow<Reach>(src, pitch, width, height, k, rows, filtered, y + Reach);
+            for (int32_t i = 0; i < bytes; ++i) {
+                const int16_t q = static_cast<int16_t>(tap(r[i], k.outerMul, k.outerAdd));
+                window[i] = static_cast<int16_t>(window[i] + q - slot[i]);
+                slot[i] = q;
+            }
+        }
+        const uint8_t* c = filteredRow<Reach>(src, pitch, width, height, k, rows, filtered, y);
+        const int16_t* own = ring + ((y + Reach) % places) * bytes;
+        uint8_t* out = reinterpret_cast<uint8_t*>(dst + y * pitch);
+        for (int32_t i = 0; i < bytes; ++i) {
+            out[i] = clampToByte(static_cast<int16_t>(
+                window[i] - own[i] + 2 * tap(c[i], k.centreMul, k.centreAdd) + k.constant));
+        }
+    }
+}
+
+REELFX_CLONES void uniformFused(const uint32_t* src, uint32_t* dst, ptrdiff_t pitch, int32_t width,
+                                int32_t height, const UniformKernel& k, uint32_t* rows,
+                                int16_t* ring, int16_t* window) {
+    switch (k.reach) {
+        case 0: fusedOfReach<0>(src, dst, pitch, width, height, k, rows, ring, window); break;
+        case 1: fusedOfReach<1>(src, dst, pitch, width, height, k, rows, ring, window); break;
+        case 2: fusedOfReach<2>(src, dst, pitch, width, height, k, rows, ring, window); break;
+        case 3: fusedOfReach<3>(src, dst, pitch, width, height, k, rows, ring, window); break;
+        case 4: fusedOfReach<4>(src, dst, pitch, width, height, k, rows, ring, window); break;
+        case 5: fusedOfReach<5>(src, dst, pitch, width, height, k, rows, ring, window); break;
+        case 6: fusedOfReach<6>(src, dst, pitch, width, height, k, rows, ring, window); break;
+        case 7: fusedOfReach<7>(src, dst, pitch, width, height, k, rows, ring, window); break;
+        default: fusedOfReach<8>(src, dst, pitch, width, height, k, rows, ring, window); break;
+    }
+}
+
 // Both passes of a uniform kernel; false when the ring of the column pass
 // cannot be allocated.
 bool uniformPicture(const uint32_t* src, uint32_t* inter, uint32_t* dst, ptrdiff_t pitch,
@@ -408,6 +483,22 @@ bool uniformPicture(const uint32_t* src, uint32_t* inter, uint32_t* dst, ptrdiff
     // rows are read one after another, and the ring of one band stays in
     // the second-level cache.
     const int32_t band = std::min(kWidestBand, width);
+    // A picture filtered in place keeps the two passes: the rows are all
+    // read before the first is written.
+    const ptrdiff_t span = (height - 1) * pitch + width;
+    const bool apart = dst + span <= src || src + span <= dst;
+    if (width <= kWidestBand && apart) {
+        // The ring of row-filtered rows, the products' ring and the window.
+        const size_t rowWords = static_cast<size_t>(k.reach + 2) * width;
+        const size_t entries = static_cast<size_t>(2 * k.reach + 2) * 4 * width;
+        auto* rows = static_cast<uint32_t*>(std::malloc(rowWords * 4 + entries * 2));
+        if (!rows) return false;
+        auto* fusedRing = reinterpret_cast<int16_t*>(rows + rowWords);
+        uniformFused(src, dst, pitch, width, height, k, rows, fusedRing,
+                     fusedRing + static_cast<size_t>(2 * k.reach + 1) * 4 * width);
+        std::free(rows);
+        return true;
+    }
     const size_t ringEntries = static_cast<size_t>(2 * k.reach + 2) * 4 * band;
     auto* ring = static_cast<int16_t*>(std::malloc(ringEntries * 2));
     if (!ring) return false;
@@ -546,15 +637,9 @@ bool FilterPicture(const FilterImage* source, const float* weights, int n,
         auto pass = [&](const uint32_t* from, ptrdiff_t laneStep, ptrdiff_t step, int32_t count,
                         int32_t lanes, uint32_t* to) {
             switch (tables.groups) {
-                case 1:
-                    slideLanes<1>(from, laneStep, step, count, lanes, tables, to);
-                    break;
-                case 2:
-                    slideLanes<2>(from, laneStep, step, count, lanes, tables, to);
-                    break;
-                default:
-                    slideLanes<3>(from, laneStep, step, count, lanes, tables, to);
-                    break;
+                case 1: slideLanes<1>(from, laneStep, step, count, lanes, tables, to); break;
+                case 2: slideLanes<2>(from, laneStep, step, count, lanes, tables, to); break;
+                default: slideLanes<3>(from, laneStep, step, count, lanes, tables, to); break;
             }
         };
         for (int32_t y = 0; y < height; y += kLanes) {

@@ -165,7 +165,9 @@ TEST(Filter, NothingToFilter) {
 
 // The running accumulators give the plain sum for every code: on short lines
 // and lines beyond the local working line, on pictures one pixel wide (the
-// row pass then sees a flat line) or with a long side, in place too.
+// row pass then sees a flat line) or with a long side, in place too, and on
+// pictures wider than one column band (4096 pixels), which are filtered in
+// two passes band by band rather than in one pass over a ring of rows.
 // Code 208's outer weight gives a field of -1 for the byte 255 (-57 + 56),
 // which borrows from the next field: the running sums are then the rule and
 // the plain sum is not, so its inputs keep every byte within 100-138.
@@ -184,8 +186,8 @@ TEST(Filter, RunningSumsEqualThePlainSum) {
             const Words in = input(count);
             EXPECT_EQ(filterLine(in, code), plainSum(in, t)) << code << " count " << count;
         }
-        for (const auto& [w, h] :
-             {std::pair{13, 9}, std::pair{1, 23}, std::pair{2100, 2}, std::pair{2, 2100}}) {
+        for (const auto& [w, h] : {std::pair{13, 9}, std::pair{1, 23}, std::pair{2100, 2},
+                                   std::pair{2, 2100}, std::pair{4100, 3}}) {
             const Words in = input(w * h);
             Words dst(in.size()), same = in;
             ASSERT_TRUE(ApplyFilterCode(dst.data(), in.data(), w * 4, w, h, code));

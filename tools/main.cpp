@@ -140,6 +140,12 @@ void addRenderPictureOptions(CLI::App* render, CommandLine& c) {
     render->add_flag("--no-audio", rq.noAudio,
                      "Leave the input's audio out (subtitles and data are still copied)");
     render->add_flag("-q,--quiet", rq.quiet, "No progress bar, no summary");
+    render
+        ->add_option("--threads", rq.threads,
+                     "Frames rendered at once, each by an instance of its own (default: the cores "
+                     "this process may use; effects with shared state use one)")
+        ->type_name("N")
+        ->check(CLI::Range(1, 1024));
 }
 
 void addRender(CLI::App& app, CommandLine& c) {

@@ -24,6 +24,7 @@
 #include "tools/output_file.h"
 #include "tools/params.h"
 #include "tools/progress_bar.h"
+#include "tools/render_workers.h"
 #include "tools/sheet.h"
 #include "tools/video_reader.h"
 #include "tools/video_writer.h"
@@ -211,11 +212,86 @@ struct FramesDone {
     int64_t stampMoves = 0;  // times the stamps started again or jumped
 };
 
+// Progress runs from 0 on the span's first frame to 1 on its last.
+double progressAt(size_t inSpan, size_t n) {
+    return n > 1 ? std::min(1.0, static_cast<double>(inSpan) / static_cast<double>(n - 1)) : 0.0;
+}
+
+// An effect with state renders the span's frames before a chunk, unwritten,
+// on a blank picture of the frame's size: its state follows the parameters,
+// the size and the progress, never the pixels, so those frames are not decoded.
+void replayBeforeChunk(Renderer& r, const Source& src, const ChunkWindow& window, size_t n) {
+    if (!window.replay) return;
+    const Picture blank(src.width, src.height);
+    Picture replayed;
+    for (size_t i = 0; i < window.spanBefore; ++i) {
+        throwIfInterrupted();
+        r.renderInto(blank, progressAt(i, n), replayed);
+    }
+}
+
+// Hands frames to the encoder in the order they were read: rendered here,
+// or, with several renderers, on workers at once.
+struct FrameOutlet {
+    Renderer& r;
+    std::vector<Renderer>& more;
+    EncodeBehind& encoder;
+    ProgressBar& bar;
+    FramesDone& done;
+    std::optional<RenderWorkers> workers;
+
+    FrameOutlet(Renderer& first, std::vector<Renderer>& others, EncodeBehind& to,
+                ProgressBar& progress, FramesDone& counts)
+        : r(first), more(others), encoder(to), bar(progress), done(counts) {
+        if (more.empty()) return;
+        workers.emplace(more.size() + 1, [this](size_t w, const Picture& s, double p, Picture& t) {
+            (w == 0 ? r : more[w - 1]).renderInto(s, p, t);
+        });
+    }
+    FrameOutlet(const FrameOutlet&) = delete;
+    FrameOutlet& operator=(const FrameOutlet&) = delete;
+
+    bool writeNext(bool wait) {
+        RenderWorkers::Frame f;
+        if (!workers->next(f, wait)) return false;
+        encoder.frame(std::move(f.picture), f.pts);
+        bar.update(++done.frames);
+        return true;
+    }
+    // Rendered at `progress` when `inside` the span, passed through as it
+    // is otherwise; the decoder gets a used picture back in `frame`.
+    void put(DecodedFrame& frame, bool inside, double progress) {
+        if (workers) {
+            while (workers->full()) writeNext(true);
+            workers->submit(std::move(frame.picture), inside ? encoder.spare() : Picture(),
+                            progress, inside, frame.pts);
+            while (writeNext(false)) {
+            }
+            frame.picture = workers->spareSource();
+            return;
+        }
+        Picture out = encoder.spare();
+        if (inside) {
+            r.renderInto(frame.picture, progress, out);
+        } else {
+            std::swap(out, frame.picture);
+        }
+        encoder.frame(std::move(out), frame.pts);
+        bar.update(++done.frames);
+    }
+    void drain() {
+        while (workers && writeNext(true)) {
+        }
+        workers.reset();
+    }
+};
+
 // Every frame of the source, rendered inside the span and passed through
 // outside it, handed to the encoder in order. `count` is the number of
 // frames in the span when known.
-FramesDone renderFrames(Source& src, Renderer& r, const Span& span, uint32_t fourcc,
-                        std::optional<size_t> count, const std::optional<ChunkWindow>& window,
+FramesDone renderFrames(Source& src, Renderer& r, std::vector<Renderer>& more, const Span& span,
+                        uint32_t fourcc, std::optional<size_t> count,
+                        const std::optional<ChunkWindow>& window,
                         const std::map<int32_t, int32_t>& copied, EncodeBehind& encoder,
                         ProgressBar& bar) {
     const PacketSink audioSink = [&](AVPacket* packet, const AVStream* st) {
@@ -232,22 +308,7 @@ FramesDone renderFrames(Source& src, Renderer& r, const Span& span, uint32_t fou
         return ahead ? ahead->next(f, audioSink) : nextFrame(src, fourcc, f, audioSink);
     };
     const size_t n = count.value_or(1);
-    // Progress runs from 0 on the span's first frame to 1 on its last.
-    auto progressAt = [&](size_t inSpan) {
-        return n > 1 ? std::min(1.0, static_cast<double>(inSpan) / static_cast<double>(n - 1))
-                     : 0.0;
-    };
-    // An effect with state renders the span's frames before a chunk, unwritten,
-    // on a blank picture of the frame's size: its state follows the parameters,
-    // the size and the progress, never the pixels, so those frames are not decoded.
-    if (window && window->replay) {
-        const Picture blank(src.width, src.height);
-        Picture replayed;
-        for (size_t i = 0; i < window->spanBefore; ++i) {
-            throwIfInterrupted();
-            r.renderInto(blank, progressAt(i), replayed);
-        }
-    }
+    if (window) replayBeforeChunk(r, src, *window, n);
     // Stamps that restart or jump (MPEG-TS files joined with cat) are made
     // to run on, as ffmpeg does.
     SteadyStamps stamps;
@@ -258,6 +319,7 @@ FramesDone renderFrames(Source& src, Renderer& r, const Span& span, uint32_t fou
     FramesDone done;
     done.inSpan = window ? window->spanBefore : 0;
     int64_t index = window ? window->nextIndex : 0;  // of the frame in the whole clip
+    FrameOutlet outlet(r, more, encoder, bar, done);
     DecodedFrame frame;
     while (next(frame)) {
         throwIfInterrupted();
@@ -273,20 +335,12 @@ FramesDone renderFrames(Source& src, Renderer& r, const Span& span, uint32_t fou
         if (window && k >= window->range.end) break;
         frame.pts = stamps.next(frame.pts, step, maxGap);
         // Frames outside the span pass through unchanged.
-        if (span.contains(frame.time) && (!count || done.inSpan < n)) {
-            const double progress = progressAt(done.inSpan);
-            ++done.inSpan;
-            Picture rendered = encoder.spare();
-            r.renderInto(frame.picture, progress, rendered);
-            encoder.frame(std::move(rendered), frame.pts);
-        } else {
-            // Passed on as it is; the decoder gets a used picture back.
-            Picture passed = encoder.spare();
-            std::swap(passed, frame.picture);
-            encoder.frame(std::move(passed), frame.pts);
-        }
-        bar.update(++done.frames);
+        const bool inside = span.contains(frame.time) && (!count || done.inSpan < n);
+        const double progress = inside ? progressAt(done.inSpan, n) : 0.0;
+        done.inSpan += inside ? 1 : 0;
+        outlet.put(frame, inside, progress);
     }
+    outlet.drain();
     ahead.reset();
     done.stampMoves = stamps.moves;
     return done;
@@ -323,8 +377,26 @@ void warnAboutInput(const Source& src, const FramesDone& done, int64_t expected)
     }
 }
 
-void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& span,
-                 uint32_t fourcc, const std::string& outputPath, const std::string& effectName) {
+// Renderers beyond the first, each with an instance of its own, for frames
+// rendered at once.
+struct MoreRenderers {
+    std::vector<std::unique_ptr<Instance>> instances;
+    std::vector<Renderer> renderers;
+};
+
+MoreRenderers moreRenderers(const Module& module, const Renderer& first, int32_t effect,
+                            const Source& src, int32_t workers) {
+    MoreRenderers more;
+    for (int32_t w = 1; w < workers; ++w) {
+        more.instances.push_back(std::make_unique<Instance>(module, effect, src.width, src.height));
+        more.renderers.push_back(Renderer{*more.instances.back(), first.settings, first.base, {}});
+    }
+    return more;
+}
+
+void renderVideo(Source& src, Renderer& r, std::vector<Renderer>& more, const RenderRequest& rq,
+                 const Span& span, uint32_t fourcc, const std::string& outputPath,
+                 const std::string& effectName) {
     // A stream's length is not known before it ends: without the span's end
     // its frames cannot be placed between 0 and 1.
     const std::optional<size_t> count = framesInSpan(src, span);
@@ -357,7 +429,8 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
     const int64_t expected =
         window ? window->range.end - window->range.first : static_cast<int64_t>(src.times.size());
     ProgressBar bar(src.streamed() && !window ? 0 : expected, !rq.quiet && stderrIsTerminal());
-    const FramesDone done = renderFrames(src, r, span, fourcc, count, window, copied, encoder, bar);
+    const FramesDone done =
+        renderFrames(src, r, more, span, fourcc, count, window, copied, encoder, bar);
     if (done.frames == 0) {
         const std::string damage = src.reader ? src.reader->damage() : std::string();
         throw std::runtime_error(src.name + ": no frame could be decoded" +
@@ -455,7 +528,11 @@ void runRender(const Module& module, const RenderRequest& rq) {
     if (stillOutput) {
         renderStill(src, r, rq, span, fourcc, outputPath, effectName);
     } else {
-        renderVideo(src, r, rq, span, fourcc, outputPath, effectName);
+        // Effects whose instances share state keep one renderer, in frame order.
+        const int32_t workers = workersFor(catalogue[static_cast<size_t>(effect)].sharesState,
+                                           rq.threads > 0 ? rq.threads : usableCores());
+        MoreRenderers more = moreRenderers(module, r, effect, src, workers);
+        renderVideo(src, r, more.renderers, rq, span, fourcc, outputPath, effectName);
     }
 }
 

@@ -1,6 +1,8 @@
 #include "bench/models/models.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstring>
 
 namespace models {
 
@@ -99,12 +101,23 @@ void newsPrint(const Frame& f) {
     rows[static_cast<size_t>(n)] = f.h;
     const float b = static_cast<float>(brightness);
     const float scale = static_cast<float>((wc * contrast) * static_cast<double>(0.7f));
-    int32_t spiral[3600][2];
-    for (int32_t i = 0; i < 3600; ++i) {
+    // The spiral's points 10 x j (j = 1 ... 359) once per frame, each offset
+    // listed once, in the order of the first point that lands on it: a mark
+    // of length L sets the first reach[L] of them.
+    std::vector<int32_t> dxs, dys;
+    int32_t reach[361] = {0, 0};
+    for (int32_t j = 1; j < 360; ++j) {
+        const int32_t i = 10 * j;
         const float rho = static_cast<float>(wc * i * static_cast<double>(1.0f / 3600.0f));
         const double theta = i * static_cast<double>(1.0f / 57.0f);
-        spiral[i][0] = trunc32(std::cos(theta) * rho);
-        spiral[i][1] = trunc32(std::sin(theta) * rho);
+        const int32_t dx = trunc32(std::cos(theta) * rho), dy = trunc32(std::sin(theta) * rho);
+        bool seen = false;
+        for (size_t m = 0; m < dxs.size(); ++m) seen = seen || (dxs[m] == dx && dys[m] == dy);
+        if (!seen) {
+            dxs.push_back(dx);
+            dys.push_back(dy);
+        }
+        reach[j + 1] = static_cast<int32_t>(dxs.size());
     }
     for (int32_t r = 0; r < n; ++r) {
         for (int32_t c = r & 1; c < n; c += 2) {
@@ -114,8 +127,8 @@ void newsPrint(const Frame& f) {
             const int32_t cx = (left + right) >> 1, cy = (top + bottom) >> 1;
             int32_t length = trunc32((255.0 - 2 * k * b) * scale);
             if (length > 360) length = 360;
-            for (int32_t j = length - 1; j >= 1; --j) {
-                const int32_t x = cx + spiral[10 * j][0], y = cy + spiral[10 * j][1];
+            for (int32_t m = 0; length > 1 && m < reach[length]; ++m) {
+                const int32_t x = cx + dxs[static_cast<size_t>(m)], y = cy + dys[static_cast<size_t>(m)];
                 if (x >= 0 && x < f.w && y >= 0 && y < f.h) f.dst[static_cast<int64_t>(y) * f.w + x] = ink;
             }
         }
@@ -553,6 +566,103 @@ void fade(const Frame& f, uint32_t colour, double progress) {
             out |= static_cast<uint32_t>((sk * alpha + dk * (255 - alpha) + 127) / 255) << k;
         }
         f.dst[i] = out;
+    }
+}
+
+// Lantern: the spot's place on its path of twelve points and the beam's
+// terms once per frame, then per pixel the turned offset, the cone's
+// radius and the rim coordinate, and the shading of the three cases.
+void lantern(const Frame& f, double progress) {
+    const double fading = 30.0, spotRadius = 10.0, antiAliasing = 50.0;
+    const int32_t w = f.w, h = f.h;
+    double px[12], py[12];
+    px[0] = 0.01 * w;
+    py[0] = 0.01 * h;
+    uint32_t state = 2002;
+    auto draw = [&state]() {
+        state = state * 1664525u + 1013904223u;
+        const uint32_t bits = (state & 0x7FFFFFu) | 0x3F800000u;
+        float v;
+        std::memcpy(&v, &bits, sizeof v);
+        return 2.0 * (static_cast<double>(v) - 1.0 - 0.5);
+    };
+    for (int k = 1; k < 12; ++k) {
+        const double rx = draw();
+        const double ry = draw();
+        px[k] = 0.5 * w * rx;
+        py[k] = 0.5 * h * ry;
+    }
+    const double t = progress > 0.0 ? std::min(progress, 1.0) : 0.0;
+    const int32_t T = trunc32(t * 100000.0);
+    double x = px[0], y = py[0];
+    if (T >= 0 && T < 100000) {
+        const int32_t starts[12] = {0,     9090,  18181, 27272, 36363, 45454,
+                                    54545, 63636, 72727, 81818, 90909, 100000};
+        int k = 0;
+        while (T >= starts[k + 1]) ++k;
+        const double sk = (T - k * 9090.909090909092) * 0.00011;
+        x = (1 - sk) * px[k] + sk * px[k + 1];
+        y = (1 - sk) * py[k] + sk * py[k + 1];
+    }
+    const int32_t q = 20 - trunc32(spotRadius);
+    const double radius = static_cast<double>(std::min(w, h)) / q;
+    const double z = (static_cast<int64_t>(w) + h) * 0.1;
+    const double r2 = x * x + y * y;
+    const double c = z / std::sqrt(r2 + z * z);
+    const double zz = z * z;
+    const double kk = c * (radius * radius) / zz;
+    const double uxx = c * (x * x) + y * y, uxy = (c - 1) * x * y, vyy = c * (y * y) + x * x;
+    const double inv = 1 / r2, cx = c * x, cy = c * y;
+    const double aaLow = 0.5 - antiAliasing * 0.005, aaHigh = 1.0 - aaLow;
+    // The fade weight of the source, in 1/65536.
+    const double d = fading * 0.0033333333333333335 * 100000.0;
+    const double e0 = (1.0 - fading * 0.0033333333333333335) * 100000.0;
+    int32_t g = 0;
+    if (T < d) g = trunc32((d - T) * 65536.0 / d);
+    if (T > e0) g = trunc32((T - e0) * 65536.0 / d);
+    const uint32_t G = static_cast<uint32_t>(g), keep = 65536u - G;
+    for (int32_t row = 0; row < h; ++row) {
+        for (int32_t col = 0; col < w; ++col) {
+            const double dx = col - 0.5 * w;
+            const double dy = 0.5 * h - row;
+            const double u = (uxx * dx + uxy * dy) * inv - cx;
+            const double v = (vyy * dy + uxy * dx) * inv - cy;
+            const double rho2 = u * u + v * v;
+            const double wr = (dx * x + dy * y + zz) * kk;
+            const double e = 2.0 * (wr / rho2 - 1.0) + 0.5;
+            const bool band = aaLow < e && e < aaHigh;
+            const bool lit = rho2 < wr;
+            const uint32_t p = f.src[static_cast<int64_t>(row) * w + col];
+            const uint32_t b0 = p & 0xFF, b1 = (p >> 8) & 0xFF, b2 = (p >> 16) & 0xFF;
+            const uint32_t dk = static_cast<uint32_t>(trunc32((b0 + b1 + b2 + (p >> 24)) * 0.06666666666666667));
+            uint32_t out;
+            if (f.ayuv) {
+                uint32_t sh = lit ? b2 : dk;
+                if (band) {
+                    const int32_t fr = trunc32(65536.0 * e);
+                    sh = static_cast<uint32_t>(((fr * static_cast<int32_t>(b2)) >> 16) +
+                                               (((65536 - fr) * static_cast<int32_t>(dk)) >> 16)) &
+                         0xFF;
+                }
+                const uint32_t yy = (((G * b2) >> 16) + ((keep * sh) >> 16)) & 0xFF;
+                out = 0xFF000000u | (yy << 16) | (p & 0xFFFFu);
+            } else {
+                uint32_t s0 = lit ? b0 : dk, s1 = lit ? b1 : dk, s2 = lit ? b2 : dk;
+                if (band) {
+                    const int32_t fr = trunc32(10000.0 * e);
+                    const int32_t f2 = trunc32(10000.0 * (1.0 - e));
+                    const int32_t dark = f2 * static_cast<int32_t>(dk) / 10000;
+                    s0 = static_cast<uint32_t>(fr * static_cast<int32_t>(b0) / 10000 + dark) & 0xFF;
+                    s1 = static_cast<uint32_t>(fr * static_cast<int32_t>(b1) / 10000 + dark) & 0xFF;
+                    s2 = static_cast<uint32_t>(fr * static_cast<int32_t>(b2) / 10000 + dark) & 0xFF;
+                }
+                const uint32_t o0 = (((keep * s0) >> 16) + ((G * b0) >> 16)) & 0xFF;
+                const uint32_t o1 = (((keep * s1) >> 16) + ((G * b1) >> 16)) & 0xFF;
+                const uint32_t o2 = (((keep * s2) >> 16) + ((G * b2) >> 16)) & 0xFF;
+                out = 0xFF000000u | (o2 << 16) | (o1 << 8) | o0;
+            }
+            f.dst[static_cast<int64_t>(row) * w + col] = out;
+        }
     }
 }
 

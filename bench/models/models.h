@@ -35,6 +35,7 @@ void stainedGlass(const Frame& f);
 // channel rounded to the nearest level as the companion library does.
 void fade(const Frame& f, uint32_t colour, double progress);
 void randomRotateSquares(const Frame& f);
+void lantern(const Frame& f, double progress);
 
 // Multi-Prism Lens: the map is built once per geometry (not timed), the
 // apply pass per frame.
