@@ -7,16 +7,29 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <mutex>
 #include <new>
 #include <stdexcept>
 #include <string>
 
+#include "effects/effects.h"
 #include "host/names.h"
 #include "pixel/color.h"
 
 namespace reelfx {
 
 namespace {
+
+// The lock around every call of an effect whose instances share tables.
+std::mutex& sharedTablesLock() {
+    static std::mutex m;
+    return m;
+}
+
+std::unique_lock<std::mutex> holdIf(bool serialised) {
+    return serialised ? std::unique_lock<std::mutex>(sharedTablesLock())
+                      : std::unique_lock<std::mutex>();
+}
 
 // Small deterministic generator so test pictures are the same everywhere.
 uint32_t nextRandom(uint32_t& state) {
@@ -135,11 +148,25 @@ std::string Module::find(const std::string& requested, const std::string& beside
     return "libreelfx.so";
 }
 
+bool effectSharesState(int32_t effectIndex) {
+    return effectIndex == kEffectAgedFilm || effectIndex == kEffectIncognito;
+}
+
+bool effectCallsSerialised(int32_t effectIndex) { return effectIndex == kEffectAgedFilm; }
+
+std::mutex& Module::catalogueLock() {
+    static std::mutex m;
+    return m;
+}
+
 std::vector<EffectInfo> Module::catalogue() const {
     std::vector<EffectInfo> out;
+    const std::lock_guard<std::mutex> hold(catalogueLock());
     auto* d = reinterpret_cast<const EffectDescriptor*>(call(nullptr, 0, kCommandCatalogue));
     for (; d; d = d->next) {
-        out.push_back({static_cast<int32_t>(d->index), d->name, d->category, d->tags});
+        const auto index = static_cast<int32_t>(d->index);
+        out.push_back({index, d->name, d->category, d->tags, effectSharesState(index),
+                       effectCallsSerialised(index)});
     }
     return out;
 }
@@ -159,15 +186,18 @@ Instance::Instance(const Module& module, int32_t effectIndex, int32_t frameWidth
       effectIndex_(effectIndex),
       block_(std::make_unique<PluginCallBlock>()),
       hostEffect_(std::make_unique<HostEffect>()),
-      state_(std::make_unique<EffectState>()) {
+      state_(std::make_unique<EffectState>()),
+      serialised_(effectCallsSerialised(effectIndex)) {
     hostEffect_->state = state_.get();
     block_->hostEffect = hostEffect_.get();
     block_->displayAspect = &displayAspect_;
     block_->frameWidth = frameWidth;
     block_->frameHeight = frameHeight;
+    auto hold = holdIf(serialised_);
     const intptr_t result = module_.call(block_.get(), effectIndex_, kCommandCreate);
     if (result != 0 || !block_->instance) {
         if (block_->instance) module_.call(block_.get(), effectIndex_, kCommandDestroy);
+        hold = {};
         destroyed_ = true;
         throw ModuleError(effectName() + ": the module could not create an instance (" +
                           (result != 0 ? "result " + std::to_string(result) : "out of memory") +
@@ -176,13 +206,17 @@ Instance::Instance(const Module& module, int32_t effectIndex, int32_t frameWidth
 }
 
 Instance::~Instance() {
-    if (!destroyed_) module_.call(block_.get(), effectIndex_, kCommandDestroy);
+    if (destroyed_) return;
+    const auto hold = holdIf(serialised_);
+    module_.call(block_.get(), effectIndex_, kCommandDestroy);
 }
 
 void Instance::destroy() {
     if (destroyed_) return;
     destroyed_ = true;
+    auto hold = holdIf(serialised_);
     const intptr_t result = module_.call(block_.get(), effectIndex_, kCommandDestroy);
+    hold = {};
     if (result != 0 || block_->instance) {
         throw ModuleError(effectName() + ": the module did not release its instance (result " +
                           std::to_string(result) + ")");
@@ -191,6 +225,7 @@ void Instance::destroy() {
 
 std::string Instance::effectName() const {
     // The catalogue record is static storage in the module: no allocation.
+    const std::lock_guard<std::mutex> hold(Module::catalogueLock());
     const auto* d = reinterpret_cast<const EffectDescriptor*>(
         module_.call(nullptr, effectIndex_, kCommandCatalogue));
     return d ? std::string(d->name) : "effect " + std::to_string(effectIndex_);
@@ -318,6 +353,7 @@ intptr_t Instance::render(const uint32_t* source, uint32_t* target, int32_t widt
     block_->aspectFitMode = options.aspectFitMode;
     block_->aspectPreset = options.aspectPreset;
     try {
+        const auto hold = holdIf(serialised_);
         return module_.call(block_.get(), effectIndex_, kCommandRender);
     } catch (const std::bad_alloc&) {
         // The module lets its allocator's failure through; the instance is

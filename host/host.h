@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -49,7 +50,22 @@ struct EffectInfo {
     std::string name;
     std::string category;
     std::string tags;
+    // The effect's pictures depend on state shared with its other instances
+    // in the process ("Aged Film"'s hair and scratch tables, the C library's
+    // generator that "Incognito" draws from): a host that wants the same
+    // frames run after run keeps its calls on one thread in frame order.
+    // Every other effect's instances are independent and may be called from
+    // several threads at once.
+    bool sharesState = false;
+    // Calls of all its instances must never overlap ("Aged Film"): Instance
+    // already serialises them, so this only matters to hosts calling the
+    // entry themselves.
+    bool callsSerialised = false;
 };
+
+// The same answers by catalogue index, without a catalogue query.
+bool effectSharesState(int32_t effectIndex);
+bool effectCallsSerialised(int32_t effectIndex);
 
 struct ParameterInfo {
     int32_t index = 0;  // slot j
@@ -71,6 +87,13 @@ public:
 };
 
 // A loaded module. The handle is closed when the last user goes away.
+//
+// Threads: instances may be created, rendered and destroyed from several
+// threads at once, each instance by one thread at a time. The host library
+// serialises what the module shares: catalogue queries (catalogue(),
+// findEffect() and the effect names in error messages, which rewrite
+// module-wide bytes) and every call of an effect with callsSerialised.
+// Code calling the entry directly with command 8 holds catalogueLock().
 class Module {
 public:
     // Loads the module (dlopen); throws std::runtime_error with dlerror's text.
@@ -86,6 +109,9 @@ public:
     std::vector<EffectInfo> catalogue() const;
     // Index of the effect whose name matches exactly, or -1.
     int32_t findEffect(const std::string& name) const;
+
+    // The process-wide lock around catalogue queries.
+    static std::mutex& catalogueLock();
 
     // Where a host finds the module, the first that applies: `requested` when
     // not empty, $REELFX_MODULE when set, libreelfx.so in the folder `beside`
@@ -174,6 +200,7 @@ private:
     HostFrame targetFrame_{};
     double displayAspect_ = 0.0;
     bool destroyed_ = false;
+    bool serialised_ = false;  // effectCallsSerialised(effectIndex_)
 };
 
 // Splits a packed choice list ("A\0B\0\0") into its entries.

@@ -94,7 +94,7 @@ TEST(HostContract, DestroyReleasesTheInstanceOnce) {
 
 // A source that is the target itself is read and written by one call: safe
 // for memory in every effect (the asan build checks it), and the same picture
-// as from a separate source except in the effects the README lists, which
+// as from a separate source except in the effects docs/hosting.md lists, which
 // read pixels they have already written.
 TEST(HostContract, SourceAndTargetInOneBuffer) {
     const std::set<std::string> readsWhatItWrote = {
@@ -144,6 +144,21 @@ TEST(HostContract, SourceAndTargetInOneBuffer) {
         }
     }
     std::filesystem::remove_all(dir);
+}
+
+// Which effects share state with their other instances: the catalogue's
+// answer and the by-index answer agree, and name exactly the two effects
+// whose pictures depend on other instances' calls.
+TEST(HostContract, EffectsThatShareState) {
+    std::set<std::string> sharing, serialised;
+    for (const reelfx::EffectInfo& e : module().catalogue()) {
+        EXPECT_EQ(e.sharesState, reelfx::effectSharesState(e.index)) << e.name;
+        EXPECT_EQ(e.callsSerialised, reelfx::effectCallsSerialised(e.index)) << e.name;
+        if (e.sharesState) sharing.insert(e.name);
+        if (e.callsSerialised) serialised.insert(e.name);
+    }
+    EXPECT_EQ(sharing, (std::set<std::string>{"Aged Film", "Incognito"}));
+    EXPECT_EQ(serialised, (std::set<std::string>{"Aged Film"}));
 }
 
 }  // namespace

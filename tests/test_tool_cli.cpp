@@ -83,7 +83,8 @@ protected:
     ::testing::AssertionResult nothingWritten(const std::string& name) const {
         if (fs::exists(path(name))) return ::testing::AssertionFailure() << name << " exists";
         for (const auto& e : fs::directory_iterator(dir_)) {
-            if (e.path().extension() == ".part") return ::testing::AssertionFailure() << e.path();
+            if (e.path().filename().string().rfind(".reelfx-", 0) == 0)
+                return ::testing::AssertionFailure() << e.path();
         }
         return ::testing::AssertionSuccess();
     }

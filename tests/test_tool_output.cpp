@@ -303,7 +303,7 @@ TEST_F(ToolOutput, SignalsLeaveNoPartialFile) {
     const std::string piped = "render|Lantern|--size|320x180|--duration|3000|-o|-";
     // Waits for the temporary file (or a moment, for the still) before the signal.
     const std::string waitPart =
-        "i=0; while ! ls .long.mkv.*.part >/dev/null 2>&1 && [ $i -lt 600 ]; do sleep 0.05; "
+        "i=0; while ! ls .reelfx-* >/dev/null 2>&1 && [ $i -lt 600 ]; do sleep 0.05; "
         "i=$((i+1)); done";
     const std::string stuckReader = "mkfifo p; sleep 30 <p & reader=$!; ";
     const struct {
@@ -338,7 +338,9 @@ TEST_F(ToolOutput, WriteErrorEndsTheRun) {
         shell("timeout -s KILL 20 " + tool("render|Lantern|--size|320x180|--duration|60|-o|-") +
               " >/dev/full");
     EXPECT_EQ(r.status, 1) << r.err;
-    EXPECT_NE(r.err.find("cannot write -: No space left on device"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("cannot write - (standard output): No space left on device"),
+              std::string::npos)
+        << r.err;
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "tools/av_support.h"
 
+#include <sys/resource.h>
+
 #include <cstring>
 #include <new>
 #include <stdexcept>
@@ -10,6 +12,18 @@ std::string avError(int code) {
     char buf[AV_ERROR_MAX_STRING_SIZE] = {};
     av_strerror(code, buf, sizeof buf);
     return buf;
+}
+
+std::string avFailure(int code) {
+    if (code == AVERROR(ENOMEM)) throw std::bad_alloc();
+    std::string text = avError(code);
+    rlimit limit{};
+    if ((code == AVERROR_EXTERNAL || code == AVERROR_UNKNOWN) &&
+        ::getrlimit(RLIMIT_AS, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY) {
+        text += " (out of memory? the address space is limited to " +
+                std::to_string(limit.rlim_cur >> 20) + " MB)";
+    }
+    return text;
 }
 
 bool isRgbFormat(AVPixelFormat f) {
@@ -58,22 +72,28 @@ void Converter::convert(const uint8_t* const src[], const int srcStride[], int s
     }
 }
 
-Planes::Planes() : frame(av_frame_alloc()) {
-    if (!frame) throw std::bad_alloc();
+PacketOwner newPacket() {
+    PacketOwner p(av_packet_alloc());
+    if (!p) throw std::bad_alloc();
+    return p;
 }
-Planes::~Planes() {
-    av_frame_free(&frame);
+
+FrameOwner newFrame() {
+    FrameOwner f(av_frame_alloc());
+    if (!f) throw std::bad_alloc();
+    return f;
 }
 
 AVFrame* Planes::get(int w, int h, AVPixelFormat fmt) {
-    if (frame->width != w || frame->height != h || frame->format != fmt) {
-        av_frame_unref(frame);
-        frame->width = w;
-        frame->height = h;
-        frame->format = fmt;
-        if (av_frame_get_buffer(frame, 0) < 0) throw std::bad_alloc();
+    AVFrame* f = frame.get();
+    if (f->width != w || f->height != h || f->format != fmt) {
+        av_frame_unref(f);
+        f->width = w;
+        f->height = h;
+        f->format = fmt;
+        if (av_frame_get_buffer(f, 0) < 0) throw std::bad_alloc();
     }
-    return frame;
+    return f;
 }
 
 // AYUV words <-> planes Y, U, V (and A) of yuv444p / yuva444p.
@@ -118,17 +138,13 @@ void copyRows(const uint8_t* src, int srcStride, uint8_t* dst, int dstStride, in
     }
 }
 
-ColourTags rgbSourceTags() {
-    return {AVCOL_SPC_BT709, AVCOL_PRI_BT709, AVCOL_TRC_BT709, false};
-}
+ColourTags rgbSourceTags() { return {AVCOL_SPC_BT709, AVCOL_PRI_BT709, AVCOL_TRC_BT709, false}; }
 
 ColourTags moduleAyuvTags() {
     return {AVCOL_SPC_SMPTE170M, AVCOL_PRI_SMPTE170M, AVCOL_TRC_SMPTE170M, false};
 }
 
-int32_t streamIndex(const AVStream* stream) {
-    return stream->index;
-}
+int32_t streamIndex(const AVStream* stream) { return stream->index; }
 
 std::string streamCodecName(const AVStream* stream) {
     const AVCodecParameters* par = stream->codecpar;

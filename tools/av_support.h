@@ -1,5 +1,5 @@
-// FFmpeg helpers shared by the video reader and writer; included by their
-// .cpp files only.
+// FFmpeg helpers shared by the video reader, the writer and the threads
+// between them: owners, conversions, error texts.
 #pragma once
 
 extern "C" {
@@ -9,20 +9,50 @@ extern "C" {
 #include <libswscale/swscale.h>
 }
 
+#include <memory>
 #include <string>
 
 #include "tools/video_common.h"
 
 namespace reelfx::tool {
 
-std::string avError(int code);
+// Owners of FFmpeg's packets, frames, dictionaries and contexts: freed with
+// the call FFmpeg names for each, on every way out.
+struct AvFree {
+    void operator()(AVPacket* p) const { av_packet_free(&p); }
+    void operator()(AVFrame* f) const { av_frame_free(&f); }
+    void operator()(AVCodecContext* c) const { avcodec_free_context(&c); }
+    void operator()(AVDictionary* d) const { av_dict_free(&d); }
+};
+// A demuxer opened by avformat_open_input.
+struct InputClose {
+    void operator()(AVFormatContext* ic) const { avformat_close_input(&ic); }
+};
+// A muxer from avformat_alloc_output_context2, and its file if still open.
+struct OutputClose {
+    void operator()(AVFormatContext* oc) const {
+        if (oc->pb && !(oc->oformat->flags & AVFMT_NOFILE)) avio_closep(&oc->pb);
+        avformat_free_context(oc);
+    }
+};
+using PacketOwner = std::unique_ptr<AVPacket, AvFree>;
+using FrameOwner = std::unique_ptr<AVFrame, AvFree>;
+using CodecOwner = std::unique_ptr<AVCodecContext, AvFree>;
+using InputOwner = std::unique_ptr<AVFormatContext, InputClose>;
+using OutputOwner = std::unique_ptr<AVFormatContext, OutputClose>;
+// Allocated, or std::bad_alloc.
+PacketOwner newPacket();
+FrameOwner newFrame();
 
-inline AVRational toAv(Rational r) {
-    return AVRational{r.num, r.den};
-}
-inline Rational fromAv(AVRational r) {
-    return Rational{r.num, r.den};
-}
+std::string avError(int code);
+// FFmpeg's text for a failure of a call that allocates: std::bad_alloc for
+// ENOMEM; an external library's unnamed failure (x264 that could not
+// allocate) says that memory may be the cause when the process's address
+// space is limited.
+std::string avFailure(int code);
+
+inline AVRational toAv(Rational r) { return AVRational{r.num, r.den}; }
+inline Rational fromAv(AVRational r) { return Rational{r.num, r.den}; }
 
 bool isRgbFormat(AVPixelFormat f);
 bool hasAlpha(AVPixelFormat f);
@@ -45,11 +75,7 @@ struct Converter {
 
 // Frame-sized planar buffers for YUV 4:4:4 with or without alpha.
 struct Planes {
-    AVFrame* frame = nullptr;
-    Planes();
-    Planes(const Planes&) = delete;
-    Planes& operator=(const Planes&) = delete;
-    ~Planes();
+    FrameOwner frame = newFrame();
     AVFrame* get(int w, int h, AVPixelFormat fmt);
 };
 

@@ -1,6 +1,5 @@
 #include "tools/decode_ahead.h"
 
-#include <chrono>
 #include <new>
 #include <utility>
 
@@ -16,103 +15,59 @@ constexpr size_t kDepth = 3;
 }  // namespace
 
 DecodeAhead::DecodeAhead(Source& source, uint32_t fourcc, std::function<bool(int32_t)> wanted)
-    : source_(source), fourcc_(fourcc), wanted_(std::move(wanted)) {
+    : source_(source), fourcc_(fourcc), wanted_(std::move(wanted)), queue_(kDepth) {
     thread_ = std::thread([this] { run(); });
 }
 
 DecodeAhead::~DecodeAhead() {
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        stop_ = true;
-    }
-    changed_.notify_all();
+    queue_.stop();
     thread_.join();
-    for (Item& item : queue_) av_packet_free(&item.packet);
-}
-
-void DecodeAhead::push(Item item) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    const bool frame = item.packet == nullptr;
-    if (frame) changed_.wait(lock, [&] { return stop_ || framesQueued_ < kDepth; });
-    if (stop_) {
-        av_packet_free(&item.packet);
-        return;
-    }
-    framesQueued_ += frame;
-    queue_.push_back(std::move(item));
-    changed_.notify_all();
 }
 
 void DecodeAhead::run() {
+    std::exception_ptr error;
     try {
         const PacketSink keep = [&](AVPacket* packet, const AVStream* stream) {
             if (!wanted_(streamIndex(stream))) return;
             Item item;
-            item.packet = av_packet_clone(packet);
+            item.packet.reset(av_packet_clone(packet));
             if (!item.packet) throw std::bad_alloc();
             item.stream = stream;
-            push(std::move(item));
+            queue_.give(std::move(item), false, [] {});
         };
         while (true) {
             Item item;
             {
-                std::lock_guard<std::mutex> lock(mutex_);
-                if (stop_) break;
+                std::lock_guard<std::mutex> lock(spareMutex_);
                 if (!spare_.empty()) {
                     item.frame = std::move(spare_.back());
                     spare_.pop_back();
                 }
             }
             if (!nextFrame(source_, fourcc_, item.frame, keep)) break;
-            push(std::move(item));
+            if (!queue_.give(std::move(item), true, [] {})) break;
         }
     } catch (...) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        error_ = std::current_exception();
+        error = std::current_exception();
     }
-    std::lock_guard<std::mutex> lock(mutex_);
-    ended_ = true;
-    changed_.notify_all();
+    queue_.finish(error);
 }
 
 bool DecodeAhead::next(DecodedFrame& out, const PacketSink& others) {
-    while (true) {
-        Item item;
-        {
-            std::unique_lock<std::mutex> lock(mutex_);
-            while (queue_.empty()) {
-                if (ended_) {
-                    if (error_) std::rethrow_exception(error_);
-                    return false;
-                }
-                changed_.wait_for(lock, std::chrono::milliseconds(50));
-                if (queue_.empty()) {
-                    lock.unlock();
-                    throwIfInterrupted();
-                    lock.lock();
-                }
-            }
-            item = std::move(queue_.front());
-            queue_.pop_front();
-            if (!item.packet) {
-                --framesQueued_;
-                changed_.notify_all();
-            }
-        }
+    Item item;
+    while (queue_.take(item, throwIfInterrupted)) {
         if (item.packet) {
             // Written (or dropped) here, on the taking thread.
-            struct Free {
-                AVPacket*& p;
-                ~Free() { av_packet_free(&p); }
-            } freer{item.packet};
-            if (others) others(item.packet, item.stream);
+            if (others) others(item.packet.get(), item.stream);
+            item.packet.reset();
             continue;
         }
         std::swap(out, item.frame);
-        std::lock_guard<std::mutex> lock(mutex_);
+        std::lock_guard<std::mutex> lock(spareMutex_);
         spare_.push_back(std::move(item.frame));
         return true;
     }
+    return false;
 }
 
 }  // namespace reelfx::tool

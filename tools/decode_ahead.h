@@ -3,15 +3,14 @@
 // one thread only: the one that takes the frames.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
-#include <deque>
-#include <exception>
 #include <functional>
 #include <mutex>
 #include <thread>
 #include <vector>
 
+#include "tools/av_support.h"
+#include "tools/hand_over.h"
 #include "tools/input_source.h"
 
 namespace reelfx::tool {
@@ -34,22 +33,17 @@ public:
 private:
     struct Item {
         DecodedFrame frame;
-        AVPacket* packet = nullptr;  // a packet of another stream instead of a frame
+        PacketOwner packet;  // a packet of another stream instead of a frame
         const AVStream* stream = nullptr;
     };
     void run();
-    void push(Item item);
 
     Source& source_;
     uint32_t fourcc_;
     std::function<bool(int32_t)> wanted_;
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::deque<Item> queue_;
+    HandOver<Item> queue_;
+    std::mutex spareMutex_;
     std::vector<DecodedFrame> spare_;  // pictures handed back, for their buffers
-    size_t framesQueued_ = 0;
-    bool ended_ = false, stop_ = false;
-    std::exception_ptr error_;
     std::thread thread_;
 };
 

@@ -22,10 +22,8 @@ std::string rangeText(const ParameterInfo& p) {
             }
             return out;
         }
-        case kParameterKindColour:
-            return "#AARRGGBB";
-        default:
-            return formatNumber(p.minimum) + " to " + formatNumber(p.maximum);
+        case kParameterKindColour: return "#AARRGGBB";
+        default: return formatNumber(p.minimum) + " to " + formatNumber(p.maximum);
     }
 }
 

@@ -5,18 +5,14 @@
 // that hands the pictures over.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
-#include <deque>
-#include <exception>
 #include <mutex>
 #include <thread>
 #include <vector>
 
 #include "host/host.h"
-
-struct AVPacket;
-struct AVStream;
+#include "tools/av_support.h"
+#include "tools/hand_over.h"
 
 namespace reelfx::tool {
 
@@ -50,24 +46,16 @@ private:
     struct Item {
         Picture picture;
         int64_t pts = 0;
-        AVPacket* packet = nullptr;  // a packet of a copied stream instead of a picture
+        PacketOwner packet;  // a packet of a copied stream instead of a picture
         const AVStream* in = nullptr;
         int32_t outIndex = -1;
     };
     void run();
-    void push(Item item);
-    void rethrowError();  // with mutex_ held
 
     VideoWriter& writer_;
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::deque<Item> queue_;
-    std::vector<Picture> spare_;
-    size_t framesQueued_ = 0;
-    bool closing_ = false;  // nothing more comes: finish after the queue
-    bool stop_ = false;     // drop the queue and end
-    bool ended_ = false;
-    std::exception_ptr error_;
+    HandOver<Item> queue_;
+    std::mutex spareMutex_;
+    std::vector<Picture> spare_;  // pictures written, for their buffers
     std::thread thread_;
 };
 

@@ -20,12 +20,6 @@ struct FileCloser {
 };
 using File = std::unique_ptr<std::FILE, FileCloser>;
 
-File openFile(const std::string& path, const char* mode, const char* what) {
-    File f(std::fopen(path.c_str(), mode));
-    if (!f) throw std::runtime_error(std::string(what) + " " + path + ": " + std::strerror(errno));
-    return f;
-}
-
 // Frees libpng's simplified-API state on every exit path.
 struct ImageGuard {
     png_image& image;
@@ -48,7 +42,8 @@ Picture readImage(const std::string& path) {
     return std::move(frame.picture);
 }
 
-void writePng(const std::string& path, const Picture& argb) {
+void writePng(const std::string& path, const Picture& argb, const std::string& shownName_) {
+    const std::string& shownName = shownName_.empty() ? path : shownName_;
     bool opaque = true;
     for (int32_t y = 0; y < argb.height && opaque; ++y) {
         const uint32_t* r = argb.row(y);
@@ -86,14 +81,19 @@ void writePng(const std::string& path, const Picture& argb) {
         }
         buffer = bgr.data();
     }
-    File f = openFile(path, "wb", "cannot write");
-    if (!png_image_write_to_stdio(&image, f.get(), 0, buffer, rowBytes, nullptr)) {
-        throw std::runtime_error("cannot write " + path + ": " + image.message);
-    }
-    // fclose reports what the last buffered write met (a full disk, say).
-    const bool failed = std::ferror(f.get()) != 0;
+    File f(std::fopen(path.c_str(), "wb"));
+    if (!f) throw std::runtime_error("cannot write " + shownName + ": " + std::strerror(errno));
+    // A failing write leaves its errno (a full disk, say), which says more
+    // than libpng's "Write Error"; fclose reports what the last buffered
+    // write met.
+    errno = 0;
+    const bool written = png_image_write_to_stdio(&image, f.get(), 0, buffer, rowBytes, nullptr);
+    const int writeErrno = errno;
+    const bool failed = !written || std::ferror(f.get()) != 0;
     if (std::fclose(f.release()) != 0 || failed) {
-        throw std::runtime_error("cannot write " + path + ": " + std::strerror(errno));
+        const int e = failed && writeErrno != 0 ? writeErrno : errno;
+        throw std::runtime_error("cannot write " + shownName + ": " +
+                                 (e != 0 ? std::strerror(e) : image.message));
     }
 }
 

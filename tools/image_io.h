@@ -13,7 +13,8 @@ namespace reelfx::tool {
 // std::runtime_error when there is none.
 Picture readImage(const std::string& path);
 // Writes RGBA, or RGB when every pixel is opaque. Writes `path` directly:
-// callers go through OutputFile for the temporary name.
-void writePng(const std::string& path, const Picture& argb);
+// callers go through OutputFile for the temporary name, and messages name
+// `shownName`, the file the user asked for (`path` when empty).
+void writePng(const std::string& path, const Picture& argb, const std::string& shownName = {});
 
 }  // namespace reelfx::tool

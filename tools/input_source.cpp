@@ -127,6 +127,9 @@ std::optional<size_t> framesInSpan(const Source& s, const Span& span) {
     const Rational r = s.frameRate;
     auto timeOf = [&](double k) { return k * r.den / r.num; };
     const double rate = static_cast<double>(r.num) / r.den;
+    // An end further than any stream goes (--span 0:1e18) counts frames
+    // that doubles no longer tell apart: the length is as good as unknown.
+    if (span.end * rate > 1e12) return std::nullopt;
     double first = std::max(0.0, std::floor(span.start * rate) - 1);
     double last = std::floor(span.end * rate) + 1;
     for (int i = 0; i < 4 && first <= last && !span.contains(timeOf(first)); ++i) ++first;

@@ -25,10 +25,7 @@ std::string_view trim(std::string_view s) {
     return s;
 }
 
-
-std::string quoted(std::string_view s) {
-    return "\"" + std::string(s) + "\"";
-}
+std::string quoted(std::string_view s) { return "\"" + std::string(s) + "\""; }
 
 std::string quotedList(const std::vector<std::string>& names) {
     std::string out;
@@ -200,16 +197,11 @@ std::string formatColour(uint32_t argb) {
 
 const char* kindName(int32_t kind) {
     switch (kind) {
-        case kParameterKindReal:
-            return "real";
-        case kParameterKindChoice:
-            return "choice";
-        case kParameterKindColour:
-            return "colour";
-        case kParameterKindWhole:
-            return "whole";
-        default:
-            return "unknown";
+        case kParameterKindReal: return "real";
+        case kParameterKindChoice: return "choice";
+        case kParameterKindColour: return "colour";
+        case kParameterKindWhole: return "whole";
+        default: return "unknown";
     }
 }
 
@@ -353,10 +345,8 @@ double valueAt(const ParameterSetting& s, double progress) {
     const Keyframe& b = s.keys[k];
     const double f = (progress - a.progress) / (b.progress - a.progress);
     switch (s.kind) {
-        case kParameterKindChoice:
-            return a.value;
-        case kParameterKindWhole:
-            return std::round(std::lerp(a.value, b.value, f));
+        case kParameterKindChoice: return a.value;
+        case kParameterKindWhole: return std::round(std::lerp(a.value, b.value, f));
         case kParameterKindColour: {
             const auto ca = static_cast<uint32_t>(a.value);
             const auto cb = static_cast<uint32_t>(b.value);
@@ -369,8 +359,7 @@ double valueAt(const ParameterSetting& s, double progress) {
             }
             return static_cast<double>(out);
         }
-        default:
-            return std::lerp(a.value, b.value, f);
+        default: return std::lerp(a.value, b.value, f);
     }
 }
 

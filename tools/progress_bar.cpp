@@ -40,9 +40,7 @@ std::string counts(int64_t done, int64_t total, double seconds) {
 
 }  // namespace
 
-bool stderrIsTerminal() {
-    return isatty(STDERR_FILENO) == 1;
-}
+bool stderrIsTerminal() { return isatty(STDERR_FILENO) == 1; }
 
 int32_t terminalColumns() {
     winsize size{};

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <limits>
 #include <map>
 #include <memory>
 #include <optional>
@@ -23,6 +24,7 @@
 #include "tools/output_file.h"
 #include "tools/params.h"
 #include "tools/progress_bar.h"
+#include "tools/render_workers.h"
 #include "tools/sheet.h"
 #include "tools/video_reader.h"
 #include "tools/video_writer.h"
@@ -40,7 +42,7 @@ std::string lowerExtension(const std::string& path) {
 // One picture: .png through libpng, the other picture names through
 // FFmpeg's image encoders. "out_%04d.png" is a sequence, written as video.
 bool isStillName(const std::string& path) {
-    if (path == "-" || isSequenceName(path)) return false;
+    if (path == "-" || isPictureSequence(path)) return false;
     const std::string ext = lowerExtension(path);
     for (const char* still :
          {".png", ".jpg", ".jpeg", ".tif", ".tiff", ".bmp", ".ppm", ".pgm", ".pam", ".tga"}) {
@@ -98,7 +100,7 @@ void writeStill(const std::string& outputPath, const Picture& words, uint32_t fo
     OutputFile out(outputPath);
     const Picture argb = fourcc == kFourccAyuv ? toArgb(words) : words;
     if (lowerExtension(outputPath) == ".png") {
-        writePng(out.path(), argb);
+        writePng(out.path(), argb, outputPath);
     } else {
         writePicture(out.path(), outputPath, argb);
     }
@@ -143,30 +145,23 @@ void renderStill(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
                              (damage.empty() ? std::string() : " (" + damage + ")"));
 }
 
-void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& span,
-                 uint32_t fourcc, const std::string& outputPath, const std::string& effectName) {
-    // A stream's length is not known before it ends: without the span's end
-    // its frames cannot be placed between 0 and 1.
-    const std::optional<size_t> count = framesInSpan(src, span);
-    if (count == size_t{0}) {
-        throw UsageError("no frame of " + src.name + " lies in --span " + rq.span.value_or("") +
-                         (src.times.empty() ? std::string()
-                                            : "; it runs from 0 to " + seconds(src.times.back())));
-    }
-    // A chunk starts where its range asks, with the state of the frames
-    // before it brought along (see chunk_meta.h).
-    std::optional<ChunkWindow> window;
-    if (rq.frames) window = startChunk(src, rq, effectName, span, outputPath);
-    if (!count) {
-        say(rq.quiet, src.name +
-                          " is rendered as it arrives, so its length is not known: "
-                          "progress stays 0 (--span START:END runs it from 0 to 1)");
-    }
-    const size_t n = count.value_or(1);
-    OutputFile out(outputPath);
+// One frame's length in the source's time base (at least 1).
+int64_t frameStep(const Source& src) {
+    const Rational rate = src.frameRate.known() ? src.frameRate : Rational{25, 1};
+    const Rational tb = src.timeBase.known() ? src.timeBase : Rational{rate.den, rate.num};
+    const double step =
+        static_cast<double>(rate.den) * tb.den / (static_cast<double>(rate.num) * tb.num);
+    return std::max<int64_t>(1, std::llround(step));
+}
+
+// Where the frames go: the container and encoder follow the output name
+// and the options; the source's colour description, tags, rotation and
+// field order go along.
+VideoOutputSettings outputSettings(const Source& src, const RenderRequest& rq, uint32_t fourcc,
+                                   const OutputFile& out) {
     VideoOutputSettings settings;
     settings.path = out.path();
-    settings.containerName = outputPath;
+    settings.containerName = out.finalPath();
     settings.width = src.width;
     settings.height = src.height;
     settings.frameRate = src.frameRate;
@@ -185,19 +180,19 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
         settings.colour = fourcc == kFourccAyuv ? moduleAyuvTags() : rgbSourceTags();
     }
     if (src.kind == Source::Kind::Video) {
-        // Tags, rotation and field order go along.
         settings.sourceContainer = src.reader->formatContext();
         settings.sourceVideoStream = src.reader->videoStream();
     }
-    if (window) {
-        settings.tags.emplace_back(kChunkTag, chunkRecordJson(makeChunkRecord(
-                                                  src, rq, effectName, *window, settings.colour,
-                                                  settings.sourcePixelFormat)));
-    }
-    VideoWriter writer(settings);
+    return settings;
+}
 
-    std::map<int32_t, int32_t> copied;  // input stream -> output stream
-    if (src.kind == Source::Kind::Video && !window) {
+// Copies of the input's other streams that the container takes; one line
+// names those left out. Returns input stream -> output stream.
+std::map<int32_t, int32_t> addOtherStreams(const Source& src, VideoWriter& writer,
+                                           const RenderRequest& rq, const std::string& outputPath,
+                                           bool copy) {
+    std::map<int32_t, int32_t> copied;
+    if (src.kind == Source::Kind::Video && copy) {
         std::vector<std::string> leftOut;
         copied = writer.addCopiedStreams(src.reader->formatContext(), src.reader->videoStream(),
                                          !rq.noAudio, src.name, leftOut);
@@ -208,18 +203,101 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
         }
     }
     for (const std::string& notice : writer.notices()) say(rq.quiet, notice);
-    // From here on the writer belongs to the encoding thread: pictures and
-    // copied packets go to it in file order.
-    EncodeBehind encoder(writer);
+    return copied;
+}
+
+struct FramesDone {
+    int64_t frames = 0;      // handed to the encoder
+    size_t inSpan = 0;       // of them, rendered through the effect
+    int64_t stampMoves = 0;  // times the stamps started again or jumped
+};
+
+// Progress runs from 0 on the span's first frame to 1 on its last.
+double progressAt(size_t inSpan, size_t n) {
+    return n > 1 ? std::min(1.0, static_cast<double>(inSpan) / static_cast<double>(n - 1)) : 0.0;
+}
+
+// An effect with state renders the span's frames before a chunk, unwritten,
+// on a blank picture of the frame's size: its state follows the parameters,
+// the size and the progress, never the pixels, so those frames are not decoded.
+void replayBeforeChunk(Renderer& r, const Source& src, const ChunkWindow& window, size_t n) {
+    if (!window.replay) return;
+    const Picture blank(src.width, src.height);
+    Picture replayed;
+    for (size_t i = 0; i < window.spanBefore; ++i) {
+        throwIfInterrupted();
+        r.renderInto(blank, progressAt(i, n), replayed);
+    }
+}
+
+// Hands frames to the encoder in the order they were read: rendered here,
+// or, with several renderers, on workers at once.
+struct FrameOutlet {
+    Renderer& r;
+    std::vector<Renderer>& more;
+    EncodeBehind& encoder;
+    ProgressBar& bar;
+    FramesDone& done;
+    std::optional<RenderWorkers> workers;
+
+    FrameOutlet(Renderer& first, std::vector<Renderer>& others, EncodeBehind& to,
+                ProgressBar& progress, FramesDone& counts)
+        : r(first), more(others), encoder(to), bar(progress), done(counts) {
+        if (more.empty()) return;
+        workers.emplace(more.size() + 1, [this](size_t w, const Picture& s, double p, Picture& t) {
+            (w == 0 ? r : more[w - 1]).renderInto(s, p, t);
+        });
+    }
+    FrameOutlet(const FrameOutlet&) = delete;
+    FrameOutlet& operator=(const FrameOutlet&) = delete;
+
+    bool writeNext(bool wait) {
+        RenderWorkers::Frame f;
+        if (!workers->next(f, wait)) return false;
+        encoder.frame(std::move(f.picture), f.pts);
+        bar.update(++done.frames);
+        return true;
+    }
+    // Rendered at `progress` when `inside` the span, passed through as it
+    // is otherwise; the decoder gets a used picture back in `frame`.
+    void put(DecodedFrame& frame, bool inside, double progress) {
+        if (workers) {
+            while (workers->full()) writeNext(true);
+            workers->submit(std::move(frame.picture), inside ? encoder.spare() : Picture(),
+                            progress, inside, frame.pts);
+            while (writeNext(false)) {
+            }
+            frame.picture = workers->spareSource();
+            return;
+        }
+        Picture out = encoder.spare();
+        if (inside) {
+            r.renderInto(frame.picture, progress, out);
+        } else {
+            std::swap(out, frame.picture);
+        }
+        encoder.frame(std::move(out), frame.pts);
+        bar.update(++done.frames);
+    }
+    void drain() {
+        while (workers && writeNext(true)) {
+        }
+        workers.reset();
+    }
+};
+
+// Every frame of the source, rendered inside the span and passed through
+// outside it, handed to the encoder in order. `count` is the number of
+// frames in the span when known.
+FramesDone renderFrames(Source& src, Renderer& r, std::vector<Renderer>& more, const Span& span,
+                        uint32_t fourcc, std::optional<size_t> count,
+                        const std::optional<ChunkWindow>& window,
+                        const std::map<int32_t, int32_t>& copied, EncodeBehind& encoder,
+                        ProgressBar& bar) {
     const PacketSink audioSink = [&](AVPacket* packet, const AVStream* st) {
         const auto it = copied.find(streamIndex(st));
         if (it != copied.end()) encoder.packet(packet, st, it->second);
     };
-
-    ProgressBar bar(window           ? window->range.end - window->range.first
-                    : src.streamed() ? 0
-                                     : static_cast<int64_t>(src.times.size()),
-                    !rq.quiet && stderrIsTerminal());
     // A file is decoded ahead on a thread of its own; standard input, whose
     // reads may block for as long as the writer upstream likes, and the
     // generated frames are taken here.
@@ -229,26 +307,20 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
     auto next = [&](DecodedFrame& f) {
         return ahead ? ahead->next(f, audioSink) : nextFrame(src, fourcc, f, audioSink);
     };
-    // Progress runs from 0 on the span's first frame to 1 on its last.
-    auto progressAt = [&](size_t inSpan) {
-        return n > 1 ? std::min(1.0, static_cast<double>(inSpan) / static_cast<double>(n - 1))
-                     : 0.0;
-    };
-    // An effect with state renders the span's frames before a chunk, unwritten,
-    // on a blank picture of the frame's size: its state follows the parameters,
-    // the size and the progress, never the pixels, so those frames are not decoded.
-    if (window && window->replay) {
-        const Picture blank(src.width, src.height);
-        Picture replayed;
-        for (size_t i = 0; i < window->spanBefore; ++i) {
-            throwIfInterrupted();
-            r.renderInto(blank, progressAt(i), replayed);
-        }
-    }
-    DecodedFrame frame;
-    size_t inSpan = window ? window->spanBefore : 0;
+    const size_t n = count.value_or(1);
+    if (window) replayBeforeChunk(r, src, *window, n);
+    // Stamps that restart or jump (MPEG-TS files joined with cat) are made
+    // to run on, as ffmpeg does.
+    SteadyStamps stamps;
+    const int64_t step = frameStep(src);
+    const int64_t maxGap = src.kind == Source::Kind::Video && src.reader->info().stampsMayJump
+                               ? step * 250
+                               : std::numeric_limits<int64_t>::max();
+    FramesDone done;
+    done.inSpan = window ? window->spanBefore : 0;
     int64_t index = window ? window->nextIndex : 0;  // of the frame in the whole clip
-    int64_t done = 0;
+    FrameOutlet outlet(r, more, encoder, bar, done);
+    DecodedFrame frame;
     while (next(frame)) {
         throwIfInterrupted();
         // Frames decoded on the way from a key frame to a chunk are dropped.
@@ -261,25 +333,106 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
         }
         if (window && k < window->range.first) continue;
         if (window && k >= window->range.end) break;
+        frame.pts = stamps.next(frame.pts, step, maxGap);
         // Frames outside the span pass through unchanged.
-        if (span.contains(frame.time) && (!count || inSpan < n)) {
-            const double progress = progressAt(inSpan);
-            ++inSpan;
-            Picture rendered = encoder.spare();
-            r.renderInto(frame.picture, progress, rendered);
-            encoder.frame(std::move(rendered), frame.pts);
-        } else {
-            // Passed on as it is; the decoder gets a used picture back.
-            Picture passed = encoder.spare();
-            std::swap(passed, frame.picture);
-            encoder.frame(std::move(passed), frame.pts);
-        }
-        bar.update(++done);
+        const bool inside = span.contains(frame.time) && (!count || done.inSpan < n);
+        const double progress = inside ? progressAt(done.inSpan, n) : 0.0;
+        done.inSpan += inside ? 1 : 0;
+        outlet.put(frame, inside, progress);
     }
+    outlet.drain();
     ahead.reset();
-    // A damaged input gives the frames that could be decoded, and says so.
+    done.stampMoves = stamps.moves;
+    return done;
+}
+
+// What was wrong with the input, after the output is written.
+void warnAboutInput(const Source& src, const FramesDone& done, int64_t expected) {
     const std::string damage = src.reader ? src.reader->damage() : std::string();
-    if (done == 0) {
+    const bool shrank = src.reader && src.reader->shrank();
+    const auto frames = static_cast<long long>(done.frames);
+    const std::string ofAll =
+        src.streamed() ? std::string() : " of its " + std::to_string(src.times.size());
+    if (shrank) {
+        std::fprintf(stderr,
+                     "reelfx: warning: %s shrank while it was read: wrote the %lld%s frames that "
+                     "could be read; the rest could not be read\n",
+                     src.name.c_str(), frames, ofAll.c_str());
+    } else if (!damage.empty()) {
+        std::fprintf(stderr,
+                     "reelfx: warning: %s is damaged: %s; wrote the %lld%s frames that could be "
+                     "decoded\n",
+                     src.name.c_str(), damage.c_str(), frames, ofAll.c_str());
+    } else if (!src.streamed() && done.frames < expected) {
+        std::fprintf(stderr,
+                     "reelfx: warning: %s changed while it was read: wrote the %lld%s frames that "
+                     "could be read; the rest could not be read\n",
+                     src.name.c_str(), frames, ofAll.c_str());
+    }
+    if (done.stampMoves > 0) {
+        std::fprintf(stderr,
+                     "reelfx: warning: the timestamps of %s start again or jump %lld time(s); "
+                     "the frames were written one after another\n",
+                     src.name.c_str(), static_cast<long long>(done.stampMoves));
+    }
+}
+
+// Renderers beyond the first, each with an instance of its own, for frames
+// rendered at once.
+struct MoreRenderers {
+    std::vector<std::unique_ptr<Instance>> instances;
+    std::vector<Renderer> renderers;
+};
+
+MoreRenderers moreRenderers(const Module& module, const Renderer& first, int32_t effect,
+                            const Source& src, int32_t workers) {
+    MoreRenderers more;
+    for (int32_t w = 1; w < workers; ++w) {
+        more.instances.push_back(std::make_unique<Instance>(module, effect, src.width, src.height));
+        more.renderers.push_back(Renderer{*more.instances.back(), first.settings, first.base, {}});
+    }
+    return more;
+}
+
+void renderVideo(Source& src, Renderer& r, std::vector<Renderer>& more, const RenderRequest& rq,
+                 const Span& span, uint32_t fourcc, const std::string& outputPath,
+                 const std::string& effectName) {
+    // A stream's length is not known before it ends: without the span's end
+    // its frames cannot be placed between 0 and 1.
+    const std::optional<size_t> count = framesInSpan(src, span);
+    if (count == size_t{0}) {
+        throw UsageError("no frame of " + src.name + " lies in --span " + rq.span.value_or("") +
+                         (src.times.empty() ? std::string()
+                                            : "; it runs from 0 to " + seconds(src.times.back())));
+    }
+    // A chunk starts where its range asks, with the state of the frames
+    // before it brought along (see chunk_meta.h).
+    std::optional<ChunkWindow> window;
+    if (rq.frames) window = startChunk(src, rq, effectName, span, outputPath);
+    if (!count) {
+        say(rq.quiet, src.name +
+                          " is rendered as it arrives, so its length is not known: "
+                          "progress stays 0 (--span START:END runs it from 0 to 1)");
+    }
+    OutputFile out(outputPath);
+    VideoOutputSettings settings = outputSettings(src, rq, fourcc, out);
+    if (window) {
+        settings.tags.emplace_back(kChunkTag, chunkRecordJson(makeChunkRecord(
+                                                  src, rq, effectName, *window, settings.colour,
+                                                  settings.sourcePixelFormat)));
+    }
+    VideoWriter writer(settings);
+    const std::map<int32_t, int32_t> copied = addOtherStreams(src, writer, rq, outputPath, !window);
+    // From here on the writer belongs to the encoding thread: pictures and
+    // copied packets go to it in file order.
+    EncodeBehind encoder(writer);
+    const int64_t expected =
+        window ? window->range.end - window->range.first : static_cast<int64_t>(src.times.size());
+    ProgressBar bar(src.streamed() && !window ? 0 : expected, !rq.quiet && stderrIsTerminal());
+    const FramesDone done =
+        renderFrames(src, r, more, span, fourcc, count, window, copied, encoder, bar);
+    if (done.frames == 0) {
+        const std::string damage = src.reader ? src.reader->damage() : std::string();
         throw std::runtime_error(src.name + ": no frame could be decoded" +
                                  (damage.empty() ? std::string() : " (" + damage + ")"));
     }
@@ -287,17 +440,13 @@ void renderVideo(Source& src, Renderer& r, const RenderRequest& rq, const Span& 
     out.commit();
     bar.finish();
     say(rq.quiet,
-        "wrote " + outputPath + ": " + std::to_string(done) + " frames, " +
-            std::to_string(inSpan - (window ? window->spanBefore : 0)) + " with " + effectName +
+        "wrote " + outputPath + ": " + std::to_string(done.frames) + " frames, " +
+            std::to_string(done.inSpan - (window ? window->spanBefore : 0)) + " with " +
+            effectName +
             (copied.empty() ? ""
                             : ", " + std::to_string(copied.size()) + " other stream(s) copied") +
             "; " + writer.description());
-    if (!damage.empty()) {
-        std::fprintf(
-            stderr,
-            "reelfx: warning: %s is damaged: %s; wrote the %lld frames that could be decoded\n",
-            src.name.c_str(), damage.c_str(), static_cast<long long>(done));
-    }
+    warnAboutInput(src, done, expected);
 }
 
 }  // namespace
@@ -357,13 +506,15 @@ void runRender(const Module& module, const RenderRequest& rq) {
     if (rq.span && stillOutput && src.kind == Source::Kind::Still) {
         throw UsageError("--span needs a video: a still has no time (use --progress for a still)");
     }
-    if (!rq.input.empty() && rq.input != "-" && outputPath != "-") {
-        std::error_code ec;
-        if (fs::equivalent(rq.input, outputPath, ec))
-            throw UsageError("the output would overwrite the input");
+    if (const std::string several = severalFilesFormat(outputPath); !several.empty()) {
+        throw UsageError("cannot write " + outputPath + ": " + several +
+                         " writes files of its own beside it, which reelfx cannot write safely; "
+                         "write .mp4 or .mkv and package that with ffmpeg");
     }
-    // Asked before the work, not after it.
-    confirmOverwrite(outputPath);
+    // Asked before the work, not after it, for every name the output takes;
+    // no output replaces a file the run reads.
+    protectInput(rq.input);
+    confirmOverwrite(outputPath, src.streamed() ? 0 : static_cast<int64_t>(src.times.size()));
     // A video's sample aspect ratio makes its display aspect differ from its
     // pixel size; the host hands the module the shape as shown.
     if (!rq.displayAspect && src.sampleAspect.known() &&
@@ -377,7 +528,11 @@ void runRender(const Module& module, const RenderRequest& rq) {
     if (stillOutput) {
         renderStill(src, r, rq, span, fourcc, outputPath, effectName);
     } else {
-        renderVideo(src, r, rq, span, fourcc, outputPath, effectName);
+        // Effects whose instances share state keep one renderer, in frame order.
+        const int32_t workers = workersFor(catalogue[static_cast<size_t>(effect)].sharesState,
+                                           rq.threads > 0 ? rq.threads : usableCores());
+        MoreRenderers more = moreRenderers(module, r, effect, src, workers);
+        renderVideo(src, r, more.renderers, rq, span, fourcc, outputPath, effectName);
     }
 }
 
@@ -389,6 +544,7 @@ void runSheet(const Module& module, const SheetRequest& rq) {
     if (rq.tileWidth < 16 || rq.tileWidth > 4096)
         throw UsageError("--tile-width takes 16 to 4096 pixels");
     if (rq.columns < 1 || rq.columns > 25) throw UsageError("--columns takes 1 to 25");
+    protectInput(rq.input);
     confirmOverwrite(rq.output);
     Picture tile;
     if (rq.input.empty()) {
@@ -420,7 +576,7 @@ void runSheet(const Module& module, const SheetRequest& rq) {
     options.columns = rq.columns;
     const Picture sheet = makeSheet(module, tile, options);
     OutputFile out(rq.output);
-    writePng(out.path(), sheet);
+    writePng(out.path(), sheet, rq.output);
     out.commit();
     say(rq.quiet, "wrote " + rq.output + " (" + std::to_string(sheet.width) + "x" +
                       std::to_string(sheet.height) + ")");

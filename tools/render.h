@@ -28,6 +28,7 @@ struct RenderRequest {
     std::string pixelFormat;
     bool noAudio = false;
     bool quiet = false;
+    int32_t threads = 0;  // frames rendered at once; 0: the cores the process may use
 };
 
 struct SheetRequest {

@@ -3,11 +3,17 @@
 #include <cairo.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
+#include <exception>
+#include <mutex>
 #include <stdexcept>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "tools/params.h"
+#include "tools/render_workers.h"
 
 namespace reelfx::tool {
 
@@ -36,6 +42,33 @@ Picture renderTile(const Module& module, int32_t effect, const Picture& tileArgb
         throw std::runtime_error("the module refused to render effect " + std::to_string(effect));
     }
     return ayuv ? toArgb(target) : target;
+}
+
+// Every effect's tile, rendered on as many threads as the process has cores,
+// each tile by an instance of its own.
+std::vector<Picture> renderTiles(const Module& module, const std::vector<EffectInfo>& effects,
+                                 const Picture& tile, const SheetOptions& o) {
+    std::vector<Picture> tiles(effects.size());
+    std::atomic<size_t> nextTile{0};
+    std::mutex failedLock;
+    std::exception_ptr failed;
+    auto work = [&] {
+        for (size_t i = nextTile++; i < effects.size(); i = nextTile++) {
+            try {
+                tiles[i] = renderTile(module, effects[i].index, tile, o);
+            } catch (...) {
+                const std::lock_guard<std::mutex> hold(failedLock);
+                if (!failed) failed = std::current_exception();
+            }
+        }
+    };
+    const auto threads = std::min<size_t>(static_cast<size_t>(usableCores()), effects.size());
+    std::vector<std::thread> helpers;
+    for (size_t t = 1; t < threads; ++t) helpers.emplace_back(work);
+    work();
+    for (std::thread& t : helpers) t.join();
+    if (failed) std::rethrow_exception(failed);
+    return tiles;
 }
 
 // Cairo records its first failure in the context or surface and ignores
@@ -87,6 +120,7 @@ Picture makeSheet(const Module& module, const Picture& tile, const SheetOptions&
 
     cairo_select_font_face(cr, "DejaVu Sans", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
     cairo_set_font_size(cr, labelHeight * 0.62);
+    const std::vector<Picture> tiles = renderTiles(module, effects, tile, options);
     Picture premultiplied(tile.width, tile.height);
     for (size_t i = 0; i < effects.size(); ++i) {
         const int32_t col = static_cast<int32_t>(i) % columns;
@@ -94,7 +128,7 @@ Picture makeSheet(const Module& module, const Picture& tile, const SheetOptions&
         const double x = kMargin + col * (tile.width + kMargin);
         const double y = titleHeight + kMargin + row * (tile.height + labelHeight + kMargin);
 
-        const Picture rendered = renderTile(module, effects[i].index, tile, options);
+        const Picture& rendered = tiles[i];
         for (int32_t ty = 0; ty < tile.height; ++ty) {
             for (int32_t tx = 0; tx < tile.width; ++tx)
                 premultiplied.at(tx, ty) = premultiply(rendered.at(tx, ty));

@@ -31,6 +31,28 @@ struct ColourTags {
 ColourTags rgbSourceTags();
 ColourTags moduleAyuvTags();
 
+// Stamps made to run forward, as a muxer needs them: a stamp at or before
+// the last one (a clip joined to another whose stamps start again) or more
+// than `maxGap` after it is moved to follow the last by `step`, and the
+// stamps after it move with it.
+struct SteadyStamps {
+    int64_t offset = 0;
+    int64_t last = 0;
+    bool started = false;
+    int64_t moves = 0;  // how many times the stamps were moved
+    int64_t next(int64_t stamp, int64_t step, int64_t maxGap) {
+        int64_t t = stamp + offset;
+        if (started && (t <= last || t - last > maxGap)) {
+            offset += last + step - t;
+            t = last + step;
+            ++moves;
+        }
+        started = true;
+        last = t;
+        return t;
+    }
+};
+
 int32_t streamIndex(const AVStream* stream);
 std::string streamCodecName(const AVStream* stream);
 

@@ -1,5 +1,7 @@
 #include "tools/video_reader.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -8,15 +10,16 @@
 #include <vector>
 
 #include "tools/av_support.h"
+#include "tools/interrupt.h"
 
 namespace reelfx::tool {
 
 struct VideoReader::State {
     std::string path;
-    AVFormatContext* ic = nullptr;
-    AVCodecContext* dec = nullptr;
-    AVPacket* pkt = nullptr;
-    AVFrame* frame = nullptr;
+    InputOwner ic;
+    CodecOwner dec;
+    PacketOwner pkt = newPacket();
+    FrameOwner frame = newFrame();
     int32_t vs = -1;
     int64_t startPts = AV_NOPTS_VALUE;
     int64_t decoded = 0;
@@ -26,16 +29,10 @@ struct VideoReader::State {
     int64_t badPackets = 0;
     bool cutShort = false;
     double endsAt = 0.0, claimed = -1.0;  // seconds, when the frames stop early
+    int64_t bytesAtOpen = -1;             // a regular file's size
     VideoInfo info;
     Converter toRgb, toYuv;
     Planes yuv;
-
-    ~State() {
-        av_frame_free(&frame);
-        av_packet_free(&pkt);
-        avcodec_free_context(&dec);
-        avformat_close_input(&ic);
-    }
 
     double secondsOf(int64_t ts) const {
         // In doubles: a damaged file's stamps may be anywhere in int64_t.
@@ -44,6 +41,13 @@ struct VideoReader::State {
     }
 
     bool decodeNext(const PacketSink& others);
+    // The steps of opening: the video stream and its decoder, then, for a
+    // file, every frame's time and whether the frames stop early.
+    const AVCodec* findVideoStream();
+    void describeStream(const AVCodec* codec);
+    void openDecoder(const AVCodec* codec, int64_t maxPixels);
+    double learnFrameTimes(Rational sequenceRate);
+    void noteShortFrames(double lastEnd);
 };
 
 namespace {
@@ -62,57 +66,72 @@ struct Dictionary {
 // Deflate expands a byte to at most 1032, and a PNG pixel takes at least one
 // bit: a PNG file cannot describe more pixels than this, whatever its header
 // claims. Decoders allocate the whole picture before they inflate a byte.
-int64_t pngPixelBound(int64_t fileBytes) {
-    return std::max<int64_t>(fileBytes, 1) * 8 * 1032;
-}
+int64_t pngPixelBound(int64_t fileBytes) { return std::max<int64_t>(fileBytes, 1) * 8 * 1032; }
 constexpr int64_t kMaxSide = 16384;
 
 // A read that failed (a disk error, a pipe cut) as opposed to the end of the
 // data or data that makes no sense.
 void throwIfReadError(const AVFormatContext* ic, const std::string& path) {
+    throwIfInterrupted();
     if (ic->pb && ic->pb->error < 0 && ic->pb->error != AVERROR_EOF)
         throw std::runtime_error("cannot read " + path + ": " + avError(ic->pb->error));
 }
 
 struct OpenedInput {
-    AVFormatContext* ic = nullptr;
+    InputOwner ic;
     int64_t maxPixels = kMaxSide * kMaxSide;  // for the decoder of the video stream
 };
 
-OpenedInput openInput(const std::string& path, Rational sequenceRate) {
-    OpenedInput in;
+// One options dictionary per stream, for avformat_find_stream_info.
+struct StreamOptions {
+    std::vector<AVDictionary*> d;
+    explicit StreamOptions(size_t n) : d(n, nullptr) {}
+    StreamOptions(const StreamOptions&) = delete;
+    StreamOptions& operator=(const StreamOptions&) = delete;
+    ~StreamOptions() {
+        for (AVDictionary*& one : d) av_dict_free(&one);
+    }
+};
+
+// A signal ends a read that waits for a pipe's writer (standard input, a
+// FIFO): FFmpeg asks the callback when the read returns EINTR.
+InputOwner openDemuxer(const std::string& path, Rational sequenceRate) {
     const std::string url = path == "-" ? "pipe:0" : path;
     Dictionary options;
     if (sequenceRate.known())
         options.set("framerate",
                     std::to_string(sequenceRate.num) + "/" + std::to_string(sequenceRate.den));
-    int r = avformat_open_input(&in.ic, url.c_str(), nullptr, &options.d);
-    if (r < 0) {
+    AVFormatContext* ic = avformat_alloc_context();
+    if (!ic) throw std::bad_alloc();
+    ic->interrupt_callback.callback = interruptCallback;
+    // avformat_open_input frees the context when it fails.
+    if (const int r = avformat_open_input(&ic, url.c_str(), nullptr, &options.d); r < 0) {
+        throwIfInterrupted();
+        if (r == AVERROR(ENOMEM)) throw std::bad_alloc();
         throw std::runtime_error("cannot read " + path + " as a picture or video: " + avError(r));
     }
+    return InputOwner(ic);
+}
+
+OpenedInput openInput(const std::string& path, Rational sequenceRate) {
+    OpenedInput in;
+    in.ic = openDemuxer(path, sequenceRate);
+    AVFormatContext* ic = in.ic.get();
     // The header's picture size is checked against the file before any
     // decoder allocates a picture of that size.
-    std::vector<AVDictionary*> perStream(in.ic->nb_streams, nullptr);
-    const int64_t bytes = in.ic->pb && path != "-" ? avio_size(in.ic->pb) : -1;
-    if (bytes >= 0) {
-        for (unsigned i = 0; i < in.ic->nb_streams; ++i) {
-            const AVCodecID id = in.ic->streams[i]->codecpar->codec_id;
-            if (id == AV_CODEC_ID_PNG || id == AV_CODEC_ID_APNG) {
-                in.maxPixels = std::min(in.maxPixels, pngPixelBound(bytes));
-                if (av_dict_set_int(&perStream[i], "max_pixels", in.maxPixels, 0) < 0) {
-                    for (AVDictionary*& d : perStream) av_dict_free(&d);
-                    avformat_close_input(&in.ic);
-                    throw std::bad_alloc();
-                }
-            }
-        }
+    StreamOptions perStream(ic->nb_streams);
+    const int64_t bytes = ic->pb && path != "-" ? avio_size(ic->pb) : -1;
+    for (unsigned i = 0; bytes >= 0 && i < ic->nb_streams; ++i) {
+        const AVCodecID id = ic->streams[i]->codecpar->codec_id;
+        if (id != AV_CODEC_ID_PNG && id != AV_CODEC_ID_APNG) continue;
+        in.maxPixels = std::min(in.maxPixels, pngPixelBound(bytes));
+        if (av_dict_set_int(&perStream.d[i], "max_pixels", in.maxPixels, 0) < 0)
+            throw std::bad_alloc();
     }
-    r = avformat_find_stream_info(in.ic, perStream.empty() ? nullptr : perStream.data());
-    for (AVDictionary*& d : perStream) av_dict_free(&d);
-    if (r < 0) {
-        avformat_close_input(&in.ic);
-        throw std::runtime_error("cannot read " + path + ": " + avError(r));
-    }
+    const int r = avformat_find_stream_info(ic, perStream.d.empty() ? nullptr : perStream.d.data());
+    throwIfInterrupted();
+    if (r == AVERROR(ENOMEM)) throw std::bad_alloc();
+    if (r < 0) throw std::runtime_error("cannot read " + path + ": " + avError(r));
     return in;
 }
 
@@ -122,31 +141,24 @@ OpenedInput openInput(const std::string& path, Rational sequenceRate) {
 // file's start (negative when none says).
 std::vector<int64_t> scanStamps(const std::string& path, int32_t vs, Rational sequenceRate,
                                 bool& allStamped, bool& cutShort, double& lastEnd) {
-    OpenedInput scan = openInput(path, sequenceRate);
-    struct Closer {
-        AVFormatContext*& ic;
-        ~Closer() { avformat_close_input(&ic); }
-    } closer{scan.ic};
-    AVPacket* p = av_packet_alloc();
-    if (!p) throw std::bad_alloc();
-    struct PacketFree {
-        AVPacket*& p;
-        ~PacketFree() { av_packet_free(&p); }
-    } freer{p};
+    const OpenedInput scan = openInput(path, sequenceRate);
+    AVFormatContext* ic = scan.ic.get();
+    const PacketOwner packet = newPacket();
+    AVPacket* p = packet.get();
     std::vector<int64_t> stamps;
     allStamped = true;
     lastEnd = -1.0;
-    const int64_t start = scan.ic->start_time != AV_NOPTS_VALUE ? scan.ic->start_time : 0;
+    const int64_t start = ic->start_time != AV_NOPTS_VALUE ? ic->start_time : 0;
     while (true) {
-        const int r = av_read_frame(scan.ic, p);
-        throwIfReadError(scan.ic, path);
+        const int r = av_read_frame(ic, p);
+        throwIfReadError(ic, path);
         if (r == AVERROR(ENOMEM)) throw std::bad_alloc();
         if (r < 0) {
             cutShort = r != AVERROR_EOF;
             break;
         }
         if (p->pts != AV_NOPTS_VALUE) {
-            const AVRational tb = scan.ic->streams[p->stream_index]->time_base;
+            const AVRational tb = ic->streams[p->stream_index]->time_base;
             const double end =
                 (static_cast<double>(p->pts) + static_cast<double>(p->duration)) * tb.num / tb.den -
                 static_cast<double>(start) / AV_TIME_BASE;
@@ -213,23 +225,22 @@ bool isImageSequence(const std::string& path) {
     return path != "-" && av_filename_number_test(path.c_str()) != 0;
 }
 
-VideoReader::VideoReader(const std::string& path, Rational sequenceRate)
-    : s_(std::make_unique<State>()) {
-    State& s = *s_;
-    s.path = path;
-    if (!isImageSequence(path)) sequenceRate = {};
-    const OpenedInput opened = openInput(path, sequenceRate);
-    s.ic = opened.ic;
+bool isPipe(const std::string& path) {
+    struct stat st {};
+    return path == "-" || (::stat(path.c_str(), &st) == 0 && S_ISFIFO(st.st_mode));
+}
+
+const AVCodec* VideoReader::State::findVideoStream() {
     const AVCodec* codec = nullptr;
-    s.vs = av_find_best_stream(s.ic, AVMEDIA_TYPE_VIDEO, -1, -1, &codec, 0);
-    if (s.vs == AVERROR_STREAM_NOT_FOUND) throw std::runtime_error(path + " holds no video stream");
-    if (s.vs < 0 || !codec) {
+    vs = av_find_best_stream(ic.get(), AVMEDIA_TYPE_VIDEO, -1, -1, &codec, 0);
+    if (vs == AVERROR_STREAM_NOT_FOUND) throw std::runtime_error(path + " holds no video stream");
+    if (vs < 0 || !codec) {
         // Name the codec of the first video stream: unknown to FFmpeg
         // altogether, or known but without a decoder in this build.
         const AVCodecParameters* par = nullptr;
-        for (unsigned i = 0; i < s.ic->nb_streams && !par; ++i) {
-            if (s.ic->streams[i]->codecpar->codec_type == AVMEDIA_TYPE_VIDEO)
-                par = s.ic->streams[i]->codecpar;
+        for (unsigned i = 0; i < ic->nb_streams && !par; ++i) {
+            if (ic->streams[i]->codecpar->codec_type == AVMEDIA_TYPE_VIDEO)
+                par = ic->streams[i]->codecpar;
         }
         if (!par || par->codec_id == AV_CODEC_ID_NONE) {
             char tag[AV_FOURCC_MAX_STRING_SIZE] = {};
@@ -241,8 +252,11 @@ VideoReader::VideoReader(const std::string& path, Rational sequenceRate)
         throw std::runtime_error(path + ": this FFmpeg build has no decoder for " +
                                  avcodec_get_name(par->codec_id) + " video");
     }
-    AVStream* st = s.ic->streams[s.vs];
-    VideoInfo& info = s.info;
+    return codec;
+}
+
+void VideoReader::State::describeStream(const AVCodec* codec) {
+    AVStream* st = ic->streams[vs];
     info.width = st->codecpar->width;
     info.height = st->codecpar->height;
     if (info.width <= 0 || info.height <= 0) {
@@ -254,22 +268,9 @@ VideoReader::VideoReader(const std::string& path, Rational sequenceRate)
         throw std::runtime_error(path + ": unusable video size " + std::to_string(info.width) +
                                  "x" + std::to_string(info.height));
     }
-    s.dec = avcodec_alloc_context3(codec);
-    if (!s.dec || avcodec_parameters_to_context(s.dec, st->codecpar) < 0) throw std::bad_alloc();
-    s.dec->pkt_timebase = st->time_base;
-    s.dec->thread_count = 0;
-    s.dec->max_pixels = opened.maxPixels;
-    if (const int r = avcodec_open2(s.dec, codec, nullptr); r < 0) {
-        throw std::runtime_error(path + ": cannot open the " + codec->name +
-                                 " decoder: " + avError(r));
-    }
-    s.pkt = av_packet_alloc();
-    s.frame = av_frame_alloc();
-    if (!s.pkt || !s.frame) throw std::bad_alloc();
-
-    info.frameRate = fromAv(av_guess_frame_rate(s.ic, st, nullptr));
+    info.frameRate = fromAv(av_guess_frame_rate(ic.get(), st, nullptr));
     info.timeBase = fromAv(st->time_base);
-    info.sampleAspect = fromAv(av_guess_sample_aspect_ratio(s.ic, st, nullptr));
+    info.sampleAspect = fromAv(av_guess_sample_aspect_ratio(ic.get(), st, nullptr));
     info.pixelFormat = st->codecpar->format;
     info.rgb = isRgbFormat(static_cast<AVPixelFormat>(st->codecpar->format));
     info.colour.space = st->codecpar->color_space;
@@ -278,29 +279,41 @@ VideoReader::VideoReader(const std::string& path, Rational sequenceRate)
     info.colour.fullRange = st->codecpar->color_range == AVCOL_RANGE_JPEG ||
                             isFullRangeFormat(static_cast<AVPixelFormat>(st->codecpar->format));
     info.codec = codec->name;
-    info.container = s.ic->iformat->name;
-    for (unsigned i = 0; i < s.ic->nb_streams; ++i) {
-        if (s.ic->streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) ++info.otherStreams;
+    info.container = ic->iformat->name;
+    info.stampsMayJump = (ic->iformat->flags & AVFMT_TS_DISCONT) != 0;
+    if (struct stat file{}; ::stat(path.c_str(), &file) == 0 && S_ISREG(file.st_mode))
+        bytesAtOpen = file.st_size;
+    for (unsigned i = 0; i < ic->nb_streams; ++i) {
+        if (ic->streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) ++info.otherStreams;
     }
+}
 
-    // Standard input is read once, as it arrives: its frames' times come
-    // with the frames.
-    if (path == "-") {
-        info.streamed = true;
-        s.startPts = st->start_time;
-        return;
+void VideoReader::State::openDecoder(const AVCodec* codec, int64_t maxPixels) {
+    const AVStream* st = ic->streams[vs];
+    dec.reset(avcodec_alloc_context3(codec));
+    if (!dec || avcodec_parameters_to_context(dec.get(), st->codecpar) < 0) throw std::bad_alloc();
+    dec->pkt_timebase = st->time_base;
+    dec->thread_count = 0;
+    dec->max_pixels = maxPixels;
+    if (const int r = avcodec_open2(dec.get(), codec, nullptr); r < 0) {
+        throw std::runtime_error(path + ": cannot open the " + codec->name +
+                                 " decoder: " + avError(r));
     }
-    // Read the packets once, without decoding, to learn every frame's time;
-    // progress needs the number of frames in the effect's span up front.
+}
+
+// Reads the packets once, without decoding, to learn every frame's time;
+// returns where the last packet of any stream ends (negative when none says).
+double VideoReader::State::learnFrameTimes(Rational sequenceRate) {
+    const AVStream* st = ic->streams[vs];
+    // Progress needs the number of frames in the effect's span up front.
     bool allStamped = true;
     double lastEnd = -1.0;
-    std::vector<int64_t> stamps =
-        scanStamps(path, s.vs, sequenceRate, allStamped, s.cutShort, lastEnd);
+    std::vector<int64_t> stamps = scanStamps(path, vs, sequenceRate, allStamped, cutShort, lastEnd);
     if (allStamped && !stamps.empty()) {
         std::sort(stamps.begin(), stamps.end());
-        s.startPts = st->start_time != AV_NOPTS_VALUE ? std::min(st->start_time, stamps.front())
-                                                      : stamps.front();
-        for (int64_t ts : stamps) info.frameTimes.push_back(s.secondsOf(ts));
+        startPts = st->start_time != AV_NOPTS_VALUE ? std::min(st->start_time, stamps.front())
+                                                    : stamps.front();
+        for (int64_t ts : stamps) info.frameTimes.push_back(secondsOf(ts));
     } else {
         // Streams without timestamps: frames at the frame rate from 0.
         const double fps = info.frameRate.known()
@@ -311,27 +324,52 @@ VideoReader::VideoReader(const std::string& path, Rational sequenceRate)
     }
     if (info.frameTimes.empty()) throw std::runtime_error(path + " holds no video frames");
 
+    return lastEnd;
+}
+
+void VideoReader::State::noteShortFrames(double lastEnd) {
+    const AVStream* st = ic->streams[vs];
     // A file cut short (a download broken off) often still reads to its
     // end without an error: its frames stop before the length it claims.
-    double claimed = -1.0;
+    double length = -1.0;
     if (st->duration > 0 && st->duration != AV_NOPTS_VALUE) {
-        claimed = static_cast<double>(st->duration) * st->time_base.num / st->time_base.den;
-    } else if (s.ic->nb_streams == 1 && s.ic->duration > 0 && s.ic->duration != AV_NOPTS_VALUE) {
-        claimed = static_cast<double>(s.ic->duration) / AV_TIME_BASE;
+        length = static_cast<double>(st->duration) * st->time_base.num / st->time_base.den;
+    } else if (ic->nb_streams == 1 && ic->duration > 0 && ic->duration != AV_NOPTS_VALUE) {
+        length = static_cast<double>(ic->duration) / AV_TIME_BASE;
     }
     const double step = info.frameRate.known()
                             ? static_cast<double>(info.frameRate.den) / info.frameRate.num
                             : 0.04;
-    if (claimed > 0 && info.frameTimes.back() + 3 * step < claimed) {
-        s.endsAt = info.frameTimes.back() + step;
-        s.claimed = claimed;
-    } else if (lastEnd >= 0 && s.ic->duration > 0 && s.ic->duration != AV_NOPTS_VALUE &&
+    if (length > 0 && info.frameTimes.back() + 3 * step < length) {
+        endsAt = info.frameTimes.back() + step;
+        claimed = length;
+    } else if (lastEnd >= 0 && ic->duration > 0 && ic->duration != AV_NOPTS_VALUE &&
                lastEnd + std::max(0.5, 3 * step) <
-                   static_cast<double>(s.ic->duration) / AV_TIME_BASE) {
+                   static_cast<double>(ic->duration) / AV_TIME_BASE) {
         // The container's length, where every stream stops well before it.
-        s.endsAt = lastEnd;
-        s.claimed = static_cast<double>(s.ic->duration) / AV_TIME_BASE;
+        endsAt = lastEnd;
+        claimed = static_cast<double>(ic->duration) / AV_TIME_BASE;
     }
+}
+
+VideoReader::VideoReader(const std::string& path, Rational sequenceRate)
+    : s_(std::make_unique<State>()) {
+    State& s = *s_;
+    s.path = path;
+    if (!isImageSequence(path)) sequenceRate = {};
+    OpenedInput opened = openInput(path, sequenceRate);
+    s.ic = std::move(opened.ic);
+    const AVCodec* codec = s.findVideoStream();
+    s.describeStream(codec);
+    s.openDecoder(codec, opened.maxPixels);
+    // Standard input and FIFOs are read once, as they arrive: their
+    // frames' times come with the frames.
+    if (isPipe(path)) {
+        s.info.streamed = true;
+        s.startPts = s.ic->streams[s.vs]->start_time;
+        return;
+    }
+    s.noteShortFrames(s.learnFrameTimes(sequenceRate));
 }
 
 VideoReader::~VideoReader() = default;
@@ -351,25 +389,25 @@ std::string VideoReader::damage() const {
     return out;
 }
 
+bool VideoReader::shrank() const {
+    struct stat file {};
+    return s_->bytesAtOpen >= 0 &&
+           (::stat(s_->path.c_str(), &file) != 0 || file.st_size < s_->bytesAtOpen);
+}
+
 bool VideoReader::seekBefore(double seconds) {
     State& s = *s_;
     if (s.info.streamed || s.startPts == AV_NOPTS_VALUE || s.decoded != 0) return false;
     const AVRational tb = s.ic->streams[s.vs]->time_base;
     const int64_t ts = s.startPts + std::llround(seconds * tb.den / tb.num);
-    if (av_seek_frame(s.ic, s.vs, ts, AVSEEK_FLAG_BACKWARD) < 0) return false;
-    avcodec_flush_buffers(s.dec);
+    if (av_seek_frame(s.ic.get(), s.vs, ts, AVSEEK_FLAG_BACKWARD) < 0) return false;
+    avcodec_flush_buffers(s.dec.get());
     return true;
 }
 
-const VideoInfo& VideoReader::info() const {
-    return s_->info;
-}
-AVFormatContext* VideoReader::formatContext() const {
-    return s_->ic;
-}
-int32_t VideoReader::videoStream() const {
-    return s_->vs;
-}
+const VideoInfo& VideoReader::info() const { return s_->info; }
+AVFormatContext* VideoReader::formatContext() const { return s_->ic.get(); }
+int32_t VideoReader::videoStream() const { return s_->vs; }
 
 std::vector<const AVStream*> VideoReader::audioStreams() const {
     std::vector<const AVStream*> out;
@@ -384,7 +422,7 @@ std::vector<const AVStream*> VideoReader::audioStreams() const {
 bool VideoReader::State::decodeNext(const PacketSink& others) {
     // A decoder that keeps failing on its own is given up, not waited for.
     for (int32_t failures = 0; failures < 1000;) {
-        int r = avcodec_receive_frame(dec, frame);
+        int r = avcodec_receive_frame(dec.get(), frame.get());
         if (r == AVERROR_EOF) return false;
         if (r == 0) return true;
         if (r == AVERROR(ENOMEM)) throw std::bad_alloc();
@@ -396,14 +434,14 @@ bool VideoReader::State::decodeNext(const PacketSink& others) {
             continue;
         }
         if (flushing) return false;
-        r = av_read_frame(ic, pkt);
-        throwIfReadError(ic, path);
+        r = av_read_frame(ic.get(), pkt.get());
+        throwIfReadError(ic.get(), path);
         if (r == AVERROR(ENOMEM)) throw std::bad_alloc();
         if (r < 0) {
             // Data that stops making sense ends the file: what was read
             // before it is still decoded.
             if (r != AVERROR_EOF) cutShort = true;
-            r = avcodec_send_packet(dec, nullptr);
+            r = avcodec_send_packet(dec.get(), nullptr);
             if (r == AVERROR(ENOMEM)) throw std::bad_alloc();
             if (r < 0 && r != AVERROR_EOF)
                 throw std::runtime_error(path + ": cannot finish decoding: " + avError(r));
@@ -411,9 +449,9 @@ bool VideoReader::State::decodeNext(const PacketSink& others) {
             continue;
         }
         if (pkt->stream_index == vs) {
-            r = avcodec_send_packet(dec, pkt);
+            r = avcodec_send_packet(dec.get(), pkt.get());
             if (r == AVERROR(ENOMEM)) {
-                av_packet_unref(pkt);
+                av_packet_unref(pkt.get());
                 throw std::bad_alloc();
             }
             if (r < 0) {
@@ -421,9 +459,9 @@ bool VideoReader::State::decodeNext(const PacketSink& others) {
                 ++failures;
             }
         } else if (others) {
-            others(pkt, ic->streams[pkt->stream_index]);
+            others(pkt.get(), ic->streams[pkt->stream_index]);
         }
-        av_packet_unref(pkt);
+        av_packet_unref(pkt.get());
     }
     cutShort = true;
     return false;
@@ -433,15 +471,15 @@ bool VideoReader::next(DecodedFrame& out, uint32_t fourcc, const PacketSink& oth
     State& s = *s_;
     while (true) {
         if (!s.decodeNext(others)) return false;
-        const AVFrame* f = s.frame;
+        const AVFrame* f = s.frame.get();
         if (f->width > 0 && f->height > 0 &&
             av_pix_fmt_desc_get(static_cast<AVPixelFormat>(f->format)))
             break;
         ++s.badPackets;
-        av_frame_unref(s.frame);
+        av_frame_unref(s.frame.get());
     }
 
-    AVFrame* f = s.frame;
+    AVFrame* f = s.frame.get();
     const VideoInfo& info = s.info;
     const int64_t ts = f->best_effort_timestamp;
     if (s.info.streamed && s.decoded == 0 && s.startPts == AV_NOPTS_VALUE) s.startPts = ts;

@@ -31,6 +31,9 @@ struct VideoInfo {
     // found by reading the packets once before decoding; empty when streamed.
     std::vector<double> frameTimes;
     bool streamed = false;  // standard input, read once as it arrives
+    // Containers whose stamps may restart or jump (MPEG-TS files joined
+    // end to end).
+    bool stampsMayJump = false;
 };
 
 struct DecodedFrame {
@@ -69,6 +72,8 @@ public:
     bool next(DecodedFrame& out, uint32_t fourcc, const PacketSink& others = {});
     // The damage met so far, in words; empty for none.
     std::string damage() const;
+    // True when the file is now shorter than when it was opened.
+    bool shrank() const;
     // Moves to the key frame at or before `seconds` (a frame time), before
     // the first next(); the frames from there on follow. False, with
     // nothing moved, when the file has no times to seek by.

@@ -6,6 +6,7 @@ extern "C" {
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 #include <map>
 #include <new>
 #include <stdexcept>
@@ -18,11 +19,11 @@ namespace reelfx::tool {
 
 struct VideoWriter::State {
     VideoOutputSettings settings;
-    AVFormatContext* oc = nullptr;
-    AVCodecContext* enc = nullptr;
+    OutputOwner oc;
+    CodecOwner enc;
     AVStream* vst = nullptr;
-    AVFrame* frame = nullptr;
-    AVPacket* pkt = nullptr;
+    FrameOwner frame = newFrame();
+    PacketOwner pkt = newPacket();
     AVPixelFormat fmt = AV_PIX_FMT_NONE;
     int32_t width = 0, height = 0;  // encoded: the frame's size, or padded to whole chroma samples
     Picture padded;
@@ -33,16 +34,16 @@ struct VideoWriter::State {
     bool fileOpen = false;
     Converter fromRgb, fromYuv;
     Planes yuv;
+    std::map<int32_t, SteadyStamps> copiedStamps;  // by output stream
 
-    ~State() {
-        av_packet_free(&pkt);
-        av_frame_free(&frame);
-        avcodec_free_context(&enc);
-        if (oc) {
-            if (fileOpen) avio_closep(&oc->pb);
-            avformat_free_context(oc);
-        }
-    }
+    void openContainer(const AVOutputFormat* of);
+    const AVCodec* chooseEncoder(const AVOutputFormat* of) const;
+    void choosePictureLayout(const AVCodec* codec, const AVStream* sourceVideo);
+    void configureEncoder(const AVCodec* codec, const AVOutputFormat* of,
+                          const AVStream* sourceVideo);
+    void openEncoder(const AVCodec* codec);
+    void addVideoStream(const AVStream* sourceVideo);
+    void openFile(const AVOutputFormat* of);
 
     bool isY4m() const { return std::strcmp(oc->oformat->name, "yuv4mpegpipe") == 0; }
 
@@ -50,12 +51,15 @@ struct VideoWriter::State {
     // interrupted instead.
     [[noreturn]] void failWrite(int r) const {
         throwIfInterrupted();
-        throw std::runtime_error("cannot write " + settings.containerName + ": " + avError(r));
+        const std::string what =
+            settings.containerName == "-" ? "- (standard output)" : settings.containerName;
+        throw std::runtime_error("cannot write " + what + ": " + avFailure(r) +
+                                 (r == AVERROR(EPIPE) ? "; the reading end was closed" : ""));
     }
     [[noreturn]] void failEncode(int r) const {
         throwIfInterrupted();
         throw std::runtime_error("cannot encode video for " + settings.containerName + ": " +
-                                 avError(r));
+                                 avFailure(r));
     }
 
     void writeHeader() {
@@ -68,12 +72,12 @@ struct VideoWriter::State {
             if (av_dict_set(&options, "movflags", "+faststart", 0) < 0) throw std::bad_alloc();
         }
         // A still name without a frame number is written over, not numbered.
-        if (name == "image2" && !isSequenceName(settings.containerName) &&
+        if (name == "image2" && !isPictureSequence(settings.containerName) &&
             av_dict_set(&options, "update", "1", 0) < 0) {
             av_dict_free(&options);
             throw std::bad_alloc();
         }
-        const int r = avformat_write_header(oc, &options);
+        const int r = avformat_write_header(oc.get(), &options);
         av_dict_free(&options);
         if (r < 0) {
             // Containers without a codec table refuse only here: name what
@@ -86,9 +90,11 @@ struct VideoWriter::State {
                 streams += std::string(i ? ", " : "") + avcodec_get_name(par->codec_id) + " " +
                            (kind ? kind : "data");
             }
+            const bool matroska = std::strcmp(oc->oformat->name, "matroska") == 0;
             throw std::runtime_error(
                 "cannot write " + settings.containerName + ": the " + oc->oformat->name +
-                " container refused " + streams + " (" + avError(r) + "); .mkv holds them all" +
+                " container refused " + streams + " (" + avFailure(r) + ")" +
+                (matroska ? "; choose another --codec" : "; .mkv holds them all") +
                 (oc->nb_streams > 1 ? ", or leave streams out with --no-audio" : ""));
         }
         headerWritten = true;
@@ -96,12 +102,12 @@ struct VideoWriter::State {
 
     void drain() {
         while (true) {
-            const int r = avcodec_receive_packet(enc, pkt);
+            const int r = avcodec_receive_packet(enc.get(), pkt.get());
             if (r == AVERROR(EAGAIN) || r == AVERROR_EOF) return;
             if (r < 0) failEncode(r);
-            av_packet_rescale_ts(pkt, enc->time_base, vst->time_base);
+            av_packet_rescale_ts(pkt.get(), enc->time_base, vst->time_base);
             pkt->stream_index = vst->index;
-            if (const int w = av_interleaved_write_frame(oc, pkt); w < 0) failWrite(w);
+            if (const int w = av_interleaved_write_frame(oc.get(), pkt.get()); w < 0) failWrite(w);
         }
     }
 };
@@ -157,6 +163,12 @@ AVPixelFormat pickPixelFormat(const VideoOutputSettings& settings, const AVCodec
         const AVPixelFormat f = av_get_pix_fmt(settings.pixelFormat.c_str());
         if (f == AV_PIX_FMT_NONE)
             throw UsageError("unknown pixel format \"" + settings.pixelFormat + "\"");
+        const AVPixFmtDescriptor* d = av_pix_fmt_desc_get(f);
+        if (d && (d->flags & (AV_PIX_FMT_FLAG_HWACCEL | AV_PIX_FMT_FLAG_BITSTREAM))) {
+            throw UsageError("\"" + settings.pixelFormat +
+                             "\" is a hardware or bitstream pixel format; reelfx hands the "
+                             "encoder pictures in memory: choose one such as yuv420p");
+        }
         if (list && !listed(list, f)) {
             std::string names;
             for (const AVPixelFormat* p = list; *p != AV_PIX_FMT_NONE; ++p) {
@@ -252,14 +264,176 @@ void setOption(AVCodecContext* enc, const char* name, const char* value) {
     }
 }
 
-bool isMpeg12(AVCodecID id) {
-    return id == AV_CODEC_ID_MPEG1VIDEO || id == AV_CODEC_ID_MPEG2VIDEO;
+bool isMpeg12(AVCodecID id) { return id == AV_CODEC_ID_MPEG1VIDEO || id == AV_CODEC_ID_MPEG2VIDEO; }
+
+}  // namespace
+
+bool knownVideoContainer(const std::string& name) { return guessContainer(name) != nullptr; }
+
+std::string severalFilesFormat(const std::string& name) {
+    const AVOutputFormat* of = guessContainer(name);
+    if (!of) return {};
+    for (const char* several : {"dash", "hls", "segment", "stream_segment", "smoothstreaming",
+                                "webm_chunk", "tee", "fifo"}) {
+        if (std::strcmp(of->name, several) == 0) return of->long_name ? of->long_name : of->name;
+    }
+    return {};
+}
+
+namespace {
+
+// The source's video stream, whose tags, side data and field order go along.
+const AVStream* sourceVideoOf(const VideoOutputSettings& settings) {
+    const AVFormatContext* in = settings.sourceContainer;
+    if (!in || settings.sourceVideoStream < 0 ||
+        settings.sourceVideoStream >= static_cast<int32_t>(in->nb_streams))
+        return nullptr;
+    return in->streams[settings.sourceVideoStream];
+}
+
+void setEncoderOptions(AVCodecContext* enc, const AVCodec* codec) {
+    if (std::strcmp(codec->name, "libx264") == 0) {
+        setOption(enc, "preset", "medium");
+        setOption(enc, "crf", "18");
+    } else if (std::strcmp(codec->name, "libx265") == 0) {
+        setOption(enc, "x265-params", "log-level=error");
+    } else if (codec->id == AV_CODEC_ID_FFV1) {
+        setOption(enc, "level", "3");  // sliced, so it encodes on all cores
+    } else if (codec->id == AV_CODEC_ID_MPEG4 || isMpeg12(codec->id) ||
+               codec->id == AV_CODEC_ID_MJPEG) {
+        enc->flags |= AV_CODEC_FLAG_QSCALE;
+        enc->global_quality = FF_QP2LAMBDA * 3;
+    }
 }
 
 }  // namespace
 
-bool knownVideoContainer(const std::string& name) {
-    return guessContainer(name) != nullptr;
+void VideoWriter::State::openContainer(const AVOutputFormat* of) {
+    const std::string url = settings.path == "-" ? "pipe:1" : settings.path;
+    AVFormatContext* context = nullptr;
+    if (avformat_alloc_output_context2(&context, of, nullptr, url.c_str()) < 0 || !context)
+        throw std::bad_alloc();
+    oc.reset(context);
+    // A signal ends blocking writes (a pipe nobody reads) too.
+    oc->interrupt_callback.callback = interruptCallback;
+    // YUV4MPEG2 has no field for the colour matrix and its readers take
+    // BT.601, so RGB pictures are converted by that.
+    if (isY4m()) settings.colour = moduleAyuvTags();
+}
+
+const AVCodec* VideoWriter::State::chooseEncoder(const AVOutputFormat* of) const {
+    const AVCodec* codec = pickEncoder(settings, of);
+    if (!codec) {
+        throw UsageError(std::string("this FFmpeg build has no video encoder for ") +
+                         of->long_name + "; choose one with --codec");
+    }
+    if (avformat_query_codec(of, codec->id, FF_COMPLIANCE_NORMAL) == 0) {
+        throw UsageError(std::string("the ") + of->name + " container cannot hold " + codec->name +
+                         " video; choose another --codec or output name");
+    }
+    return codec;
+}
+
+// The encoded pixel format, interlacing and size (padded to whole chroma
+// samples).
+void VideoWriter::State::choosePictureLayout(const AVCodec* codec, const AVStream* sourceVideo) {
+    fmt = pickPixelFormat(settings, codec, isY4m());
+    // Interlaced sources stay interlaced, fields in the same order.
+    const AVFieldOrder order = sourceVideo ? sourceVideo->codecpar->field_order : AV_FIELD_UNKNOWN;
+    interlaced = order == AV_FIELD_TT || order == AV_FIELD_BB || order == AV_FIELD_TB ||
+                 order == AV_FIELD_BT;
+    topFieldFirst = order == AV_FIELD_TT || order == AV_FIELD_TB;
+    // Each field of an interlaced picture has whole chroma rows too.
+    const AVPixFmtDescriptor* desc = av_pix_fmt_desc_get(fmt);
+    width = roundUpToChroma(settings.width, desc ? desc->log2_chroma_w : 0);
+    height = roundUpToChroma(settings.height, (desc ? desc->log2_chroma_h : 0) +
+                                                  (interlaced && desc && desc->log2_chroma_h));
+    if (width != settings.width || height != settings.height) {
+        notices.push_back(std::to_string(settings.width) + "x" + std::to_string(settings.height) +
+                          " padded to " + std::to_string(width) + "x" + std::to_string(height) +
+                          " for " + av_get_pix_fmt_name(fmt) +
+                          " (the last column or row repeated)");
+    }
+}
+
+void VideoWriter::State::configureEncoder(const AVCodec* codec, const AVOutputFormat* of,
+                                          const AVStream* sourceVideo) {
+    enc.reset(avcodec_alloc_context3(codec));
+    if (!enc) throw std::bad_alloc();
+    const AVRational rate =
+        settings.frameRate.known() ? toAv(settings.frameRate) : AVRational{25, 1};
+    AVRational tb = settings.timeBase.known() ? toAv(settings.timeBase) : av_inv_q(rate);
+    // YUV4MPEG2 and MPEG-1/2 take their frame rate from the time base, and
+    // some encoders cannot take fine time bases.
+    if (isY4m() || isMpeg12(codec->id) || tb.den > 65535) tb = av_inv_q(rate);
+    enc->width = width;
+    enc->height = height;
+    enc->pix_fmt = fmt;
+    enc->time_base = tb;
+    enc->framerate = rate;
+    enc->sample_aspect_ratio =
+        settings.sampleAspect.known() ? toAv(settings.sampleAspect) : AVRational{0, 1};
+    enc->thread_count = 0;
+    if (!isRgbFormat(fmt)) {
+        enc->colorspace = static_cast<AVColorSpace>(settings.colour.space);
+        enc->color_primaries = static_cast<AVColorPrimaries>(settings.colour.primaries);
+        enc->color_trc = static_cast<AVColorTransferCharacteristic>(settings.colour.transfer);
+        enc->color_range = isFullRangeFormat(fmt) ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
+    }
+    if (interlaced) {
+        enc->field_order = sourceVideo->codecpar->field_order;
+        enc->flags |= AV_CODEC_FLAG_INTERLACED_DCT | AV_CODEC_FLAG_INTERLACED_ME;
+    }
+    setEncoderOptions(enc.get(), codec);
+    if (of->flags & AVFMT_GLOBALHEADER) enc->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+}
+
+void VideoWriter::State::openEncoder(const AVCodec* codec) {
+    const int r = avcodec_open2(enc.get(), codec, nullptr);
+    if (r >= 0) return;
+    const std::string why =
+        isMpeg12(codec->id)
+            ? " (MPEG-1 and MPEG-2 video take only broadcast frame rates such as 24, 25, "
+              "29.97, 30, 50 or 60 per second; write .mp4 or .mkv)"
+            : "";
+    throwIfInterrupted();
+    const AVRational rate = enc->framerate;
+    throw std::runtime_error(std::string("cannot encode ") + std::to_string(width) + "x" +
+                             std::to_string(height) + " " + av_get_pix_fmt_name(fmt) +
+                             " video at " + std::to_string(rate.num) + "/" +
+                             std::to_string(rate.den) + " frames per second with " + codec->name +
+                             ": " + avFailure(r) + why);
+}
+
+void VideoWriter::State::addVideoStream(const AVStream* sourceVideo) {
+    vst = avformat_new_stream(oc.get(), nullptr);
+    if (!vst || avcodec_parameters_from_context(vst->codecpar, enc.get()) < 0)
+        throw std::bad_alloc();
+    vst->time_base = enc->time_base;
+    vst->avg_frame_rate = enc->framerate;
+    vst->sample_aspect_ratio = enc->sample_aspect_ratio;
+    // What the source file says about itself and its picture carries over:
+    // title, creation time, language, rotation.
+    if (settings.sourceContainer) copyTags(&oc->metadata, settings.sourceContainer->metadata);
+    for (const auto& [key, value] : settings.tags) {
+        if (av_dict_set(&oc->metadata, key.c_str(), value.c_str(), 0) < 0) throw std::bad_alloc();
+    }
+    if (sourceVideo) {
+        copyTags(&vst->metadata, sourceVideo->metadata);
+        copyStreamSideData(sourceVideo, vst);
+        vst->disposition = sourceVideo->disposition;
+    }
+}
+
+void VideoWriter::State::openFile(const AVOutputFormat* of) {
+    if (of->flags & AVFMT_NOFILE) return;
+    const std::string url = settings.path == "-" ? "pipe:1" : settings.path;
+    if (const int r =
+            avio_open2(&oc->pb, url.c_str(), AVIO_FLAG_WRITE, &oc->interrupt_callback, nullptr);
+        r < 0) {
+        failWrite(r);
+    }
+    fileOpen = true;
 }
 
 VideoWriter::VideoWriter(const VideoOutputSettings& settings) : s_(std::make_unique<State>()) {
@@ -270,137 +444,20 @@ VideoWriter::VideoWriter(const VideoOutputSettings& settings) : s_(std::make_uni
         throw UsageError("cannot tell a video format from the name " + settings.containerName +
                          " (use .mp4, .mkv, .mov, .png, or - for YUV4MPEG2 on standard output)");
     }
-    const std::string url = settings.path == "-" ? "pipe:1" : settings.path;
-    if (avformat_alloc_output_context2(&s.oc, of, nullptr, url.c_str()) < 0 || !s.oc)
-        throw std::bad_alloc();
-    // A signal ends blocking writes (a pipe nobody reads) too.
-    s.oc->interrupt_callback.callback = [](void*) { return interrupted() ? 1 : 0; };
-    const bool y4m = s.isY4m();
-    // YUV4MPEG2 has no field for the colour matrix and its readers take
-    // BT.601, so RGB pictures are converted by that.
-    if (y4m) s.settings.colour = moduleAyuvTags();
-
-    const AVCodec* codec = pickEncoder(settings, of);
-    if (!codec) {
-        throw UsageError(std::string("this FFmpeg build has no video encoder for ") +
-                         of->long_name + "; choose one with --codec");
-    }
-    if (avformat_query_codec(of, codec->id, FF_COMPLIANCE_NORMAL) == 0) {
-        throw UsageError(std::string("the ") + of->name + " container cannot hold " + codec->name +
-                         " video; choose another --codec or output name");
-    }
-    s.fmt = pickPixelFormat(settings, codec, y4m);
-    // Interlaced sources stay interlaced, fields in the same order.
-    const AVStream* sourceVideo =
-        settings.sourceContainer && settings.sourceVideoStream >= 0 &&
-                settings.sourceVideoStream <
-                    static_cast<int32_t>(settings.sourceContainer->nb_streams)
-            ? settings.sourceContainer->streams[settings.sourceVideoStream]
-            : nullptr;
-    const AVFieldOrder order = sourceVideo ? sourceVideo->codecpar->field_order : AV_FIELD_UNKNOWN;
-    s.interlaced = order == AV_FIELD_TT || order == AV_FIELD_BB || order == AV_FIELD_TB ||
-                   order == AV_FIELD_BT;
-    s.topFieldFirst = order == AV_FIELD_TT || order == AV_FIELD_TB;
-    // Each field of an interlaced picture has whole chroma rows too.
-    const AVPixFmtDescriptor* desc = av_pix_fmt_desc_get(s.fmt);
-    s.width = roundUpToChroma(settings.width, desc ? desc->log2_chroma_w : 0);
-    s.height = roundUpToChroma(settings.height, (desc ? desc->log2_chroma_h : 0) +
-                                                    (s.interlaced && desc && desc->log2_chroma_h));
-    if (s.width != settings.width || s.height != settings.height) {
-        s.notices.push_back(std::to_string(settings.width) + "x" + std::to_string(settings.height) +
-                            " padded to " + std::to_string(s.width) + "x" +
-                            std::to_string(s.height) + " for " + av_get_pix_fmt_name(s.fmt) +
-                            " (the last column or row repeated)");
-    }
-
-    s.enc = avcodec_alloc_context3(codec);
-    s.frame = av_frame_alloc();
-    s.pkt = av_packet_alloc();
-    if (!s.enc || !s.frame || !s.pkt) throw std::bad_alloc();
-    const AVRational rate =
-        settings.frameRate.known() ? toAv(settings.frameRate) : AVRational{25, 1};
-    AVRational tb = settings.timeBase.known() ? toAv(settings.timeBase) : av_inv_q(rate);
-    // YUV4MPEG2 and MPEG-1/2 take their frame rate from the time base, and
-    // some encoders cannot take fine time bases.
-    if (y4m || isMpeg12(codec->id) || tb.den > 65535) tb = av_inv_q(rate);
-    s.enc->width = s.width;
-    s.enc->height = s.height;
-    s.enc->pix_fmt = s.fmt;
-    s.enc->time_base = tb;
-    s.enc->framerate = rate;
-    s.enc->sample_aspect_ratio =
-        settings.sampleAspect.known() ? toAv(settings.sampleAspect) : AVRational{0, 1};
-    s.enc->thread_count = 0;
-    if (!isRgbFormat(s.fmt)) {
-        s.enc->colorspace = static_cast<AVColorSpace>(s.settings.colour.space);
-        s.enc->color_primaries = static_cast<AVColorPrimaries>(s.settings.colour.primaries);
-        s.enc->color_trc = static_cast<AVColorTransferCharacteristic>(s.settings.colour.transfer);
-        s.enc->color_range = isFullRangeFormat(s.fmt) ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
-    }
-    if (s.interlaced) {
-        s.enc->field_order = order;
-        s.enc->flags |= AV_CODEC_FLAG_INTERLACED_DCT | AV_CODEC_FLAG_INTERLACED_ME;
-    }
-    if (std::strcmp(codec->name, "libx264") == 0) {
-        setOption(s.enc, "preset", "medium");
-        setOption(s.enc, "crf", "18");
-    } else if (std::strcmp(codec->name, "libx265") == 0) {
-        setOption(s.enc, "x265-params", "log-level=error");
-    } else if (codec->id == AV_CODEC_ID_FFV1) {
-        setOption(s.enc, "level", "3");  // sliced, so it encodes on all cores
-    } else if (codec->id == AV_CODEC_ID_MPEG4 || isMpeg12(codec->id) ||
-               codec->id == AV_CODEC_ID_MJPEG) {
-        s.enc->flags |= AV_CODEC_FLAG_QSCALE;
-        s.enc->global_quality = FF_QP2LAMBDA * 3;
-    }
-    if (of->flags & AVFMT_GLOBALHEADER) s.enc->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-    if (const int r = avcodec_open2(s.enc, codec, nullptr); r < 0) {
-        const std::string why =
-            isMpeg12(codec->id)
-                ? " (MPEG-1 and MPEG-2 video take only broadcast frame rates such as 24, 25, "
-                  "29.97, 30, 50 or 60 per second; write .mp4 or .mkv)"
-                : "";
-        throw UsageError(std::string("cannot encode ") + std::to_string(s.width) + "x" +
-                         std::to_string(s.height) + " " + av_get_pix_fmt_name(s.fmt) +
-                         " video at " + std::to_string(rate.num) + "/" + std::to_string(rate.den) +
-                         " frames per second with " + codec->name + ": " + avError(r) + why);
-    }
-    s.vst = avformat_new_stream(s.oc, nullptr);
-    if (!s.vst || avcodec_parameters_from_context(s.vst->codecpar, s.enc) < 0)
-        throw std::bad_alloc();
-    s.vst->time_base = s.enc->time_base;
-    s.vst->avg_frame_rate = rate;
-    s.vst->sample_aspect_ratio = s.enc->sample_aspect_ratio;
-    // What the source file says about itself and its picture carries over:
-    // title, creation time, language, rotation.
-    if (settings.sourceContainer) copyTags(&s.oc->metadata, settings.sourceContainer->metadata);
-    for (const auto& [key, value] : settings.tags) {
-        if (av_dict_set(&s.oc->metadata, key.c_str(), value.c_str(), 0) < 0) throw std::bad_alloc();
-    }
-    if (const AVStream* in = sourceVideo) {
-        copyTags(&s.vst->metadata, in->metadata);
-        copyStreamSideData(in, s.vst);
-        s.vst->disposition = in->disposition;
-    }
-
-    if (!(of->flags & AVFMT_NOFILE)) {
-        if (const int r = avio_open2(&s.oc->pb, url.c_str(), AVIO_FLAG_WRITE,
-                                     &s.oc->interrupt_callback, nullptr);
-            r < 0) {
-            s.failWrite(r);
-        }
-        s.fileOpen = true;
-    }
+    s.openContainer(of);
+    const AVCodec* codec = s.chooseEncoder(of);
+    const AVStream* sourceVideo = sourceVideoOf(settings);
+    s.choosePictureLayout(codec, sourceVideo);
+    s.configureEncoder(codec, of, sourceVideo);
+    s.openEncoder(codec);
+    s.addVideoStream(sourceVideo);
+    s.openFile(of);
 }
 
 VideoWriter::~VideoWriter() = default;
 
-bool VideoWriter::isYuv4mpeg() const {
-    return s_->isY4m();
-}
-std::string VideoWriter::container() const {
-    return s_->oc->oformat->name;
-}
+bool VideoWriter::isYuv4mpeg() const { return s_->isY4m(); }
+std::string VideoWriter::container() const { return s_->oc->oformat->name; }
 
 bool VideoWriter::canCopy(const AVStream* in) const {
     if (s_->isY4m()) return false;
@@ -422,8 +479,7 @@ bool VideoWriter::holds(int32_t mediaType) const {
     if (s_->isY4m()) return false;
     const AVOutputFormat* of = s_->oc->oformat;
     switch (mediaType) {
-        case AVMEDIA_TYPE_AUDIO:
-            return of->audio_codec != AV_CODEC_ID_NONE;
+        case AVMEDIA_TYPE_AUDIO: return of->audio_codec != AV_CODEC_ID_NONE;
         case AVMEDIA_TYPE_SUBTITLE:
             return of->subtitle_codec != AV_CODEC_ID_NONE ||
                    std::strcmp(of->name, "matroska") == 0 || std::strcmp(of->name, "webm") == 0 ||
@@ -470,12 +526,10 @@ std::map<int32_t, int32_t> VideoWriter::addCopiedStreams(const AVFormatContext* 
     return copied;
 }
 
-const std::vector<std::string>& VideoWriter::notices() const {
-    return s_->notices;
-}
+const std::vector<std::string>& VideoWriter::notices() const { return s_->notices; }
 
 int32_t VideoWriter::addCopiedStream(const AVStream* in) {
-    AVStream* st = avformat_new_stream(s_->oc, nullptr);
+    AVStream* st = avformat_new_stream(s_->oc.get(), nullptr);
     if (!st || avcodec_parameters_copy(st->codecpar, in->codecpar) < 0) throw std::bad_alloc();
     st->codecpar->codec_tag = 0;
     st->time_base = in->time_base;
@@ -491,16 +545,16 @@ int32_t VideoWriter::addCopiedStream(const AVStream* in) {
 void VideoWriter::writeFrame(const Picture& picture, int64_t pts) {
     State& s = *s_;
     s.writeHeader();
-    AVFrame* f = s.frame;
+    AVFrame* f = s.frame.get();
     if (f->width != s.width || f->height != s.height || f->format != s.fmt) {
         av_frame_unref(f);
         f->width = s.width;
         f->height = s.height;
         f->format = s.fmt;
-        if (av_frame_get_buffer(f, 0) < 0) throw std::bad_alloc();
+        if (const int r = av_frame_get_buffer(f, 0); r < 0) s.failEncode(r);
     }
     // The encoder may still hold the previous frame's buffers.
-    if (av_frame_make_writable(f) < 0) throw std::bad_alloc();
+    if (const int r = av_frame_make_writable(f); r < 0) s.failEncode(r);
     const ColourTags& tags = s.settings.colour;
     const int w = s.width, h = s.height;
     const bool pad = picture.width != w || picture.height != h;
@@ -537,7 +591,7 @@ void VideoWriter::writeFrame(const Picture& picture, int64_t pts) {
     f->pts = av_rescale_q(pts, inTb, s.enc->time_base);
     f->interlaced_frame = s.interlaced;
     f->top_field_first = s.topFieldFirst;
-    if (const int r = avcodec_send_frame(s.enc, f); r < 0) s.failEncode(r);
+    if (const int r = avcodec_send_frame(s.enc.get(), f); r < 0) s.failEncode(r);
     s.drain();
 }
 
@@ -546,18 +600,26 @@ void VideoWriter::writePacket(AVPacket* packet, const AVStream* in, int32_t outI
     s.writeHeader();
     AVStream* out = s.oc->streams[outIndex];
     av_packet_rescale_ts(packet, in->time_base, out->time_base);
+    // Copied streams of clips joined end to end start again with the video.
+    if (packet->dts != AV_NOPTS_VALUE) {
+        const int64_t dts = packet->dts;
+        const int64_t steady = s.copiedStamps[outIndex].next(
+            dts, std::max<int64_t>(packet->duration, 1), std::numeric_limits<int64_t>::max());
+        packet->dts = steady;
+        if (packet->pts != AV_NOPTS_VALUE) packet->pts += steady - dts;
+    }
     packet->stream_index = outIndex;
     packet->pos = -1;
-    if (const int r = av_interleaved_write_frame(s.oc, packet); r < 0) s.failWrite(r);
+    if (const int r = av_interleaved_write_frame(s.oc.get(), packet); r < 0) s.failWrite(r);
 }
 
 void VideoWriter::finish() {
     State& s = *s_;
     if (s.finished) return;
     s.writeHeader();
-    if (const int r = avcodec_send_frame(s.enc, nullptr); r < 0) s.failEncode(r);
+    if (const int r = avcodec_send_frame(s.enc.get(), nullptr); r < 0) s.failEncode(r);
     s.drain();
-    if (const int r = av_write_trailer(s.oc); r < 0) s.failWrite(r);
+    if (const int r = av_write_trailer(s.oc.get()); r < 0) s.failWrite(r);
     if (s.fileOpen) {
         avio_flush(s.oc->pb);
         const int err = s.oc->pb->error;

@@ -45,6 +45,10 @@ void writePicture(const std::string& path, const std::string& finalName, const P
 
 // True when FFmpeg knows a container for this file name ("-" is YUV4MPEG2).
 bool knownVideoContainer(const std::string& name);
+// The format's name when the container for this file name writes files of
+// its own beside it (DASH's .mpd, HLS's .m3u8 and their segments); empty
+// for a format that writes one file.
+std::string severalFilesFormat(const std::string& name);
 
 class VideoWriter {
 public:

@@ -18,10 +18,13 @@
 // Pixels are frei0r's BGRA8888, which in memory is the module's ARGB word.
 //
 // Threads: hosts (MLT, GStreamer) call instances from several threads at
-// once, but the module keeps module-wide tables and draws from the C
-// library's generator, so every call into it - and every call here - runs
-// under one process-wide lock. Whatever is handed back to the host (choice
-// texts) belongs to the instance, never to the plug-in.
+// once, each instance from one thread at a time. Instances render at the
+// same time; only what is shared is serialised, each narrowly: this
+// library's own tables (the module handle, the descriptions, the choice
+// texts already reported) under one lock that no module call is made under,
+// and catalogue queries and "Aged Film"'s calls inside the host library.
+// Whatever is handed back to the host (choice texts) belongs to the
+// instance, never to the plug-in.
 //
 // Nothing leaves this file as an exception: out of memory and any other
 // failure are reported on standard error and the call does nothing (a frame
@@ -31,6 +34,7 @@
 #include <dlfcn.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <charconv>
 #include <cmath>
@@ -70,6 +74,8 @@ struct Effect {
     std::set<std::pair<int, std::string>> reported;  // unknown choice texts already reported
 };
 
+// The lock guards every member; the module is called under it only while
+// init describes an effect, before any instance of it exists.
 struct Shared {
     std::mutex lock;
     std::unique_ptr<Module> module;
@@ -83,6 +89,10 @@ Shared& shared() {
 }
 
 struct Frei0rInstance {
+    // frei0r calls an instance from one thread at a time, but MLT's `threads`
+    // property has slices of one frame updated on one instance at once: they
+    // take turns here, as each slice is drawn as a picture of its own anyway.
+    std::mutex calls;
     Effect* effect = nullptr;
     std::unique_ptr<Instance> instance;
     std::vector<ParameterInfo> declared;  // bounds for this frame size
@@ -92,16 +102,18 @@ struct Frei0rInstance {
     double progress = 0.5;
 };
 
+// Renders inside the module right now, and the most there have been at once.
+std::atomic<int> rendersInside{0};
+std::atomic<int> mostRendersInside{0};
+
 Frei0rInstance* self(f0r_instance_t instance) { return static_cast<Frei0rInstance*>(instance); }
 
 void report(const std::string& what) { std::fprintf(stderr, "reelfx frei0r: %s\n", what.c_str()); }
 
-// Runs `body` under the lock; anything it throws is reported and becomes
-// `fallback`.
+// Runs `body`; anything it throws is reported and becomes `fallback`.
 template <class R, class Body>
 R guarded(const char* call, R fallback, Body&& body) {
     try {
-        std::lock_guard<std::mutex> hold(shared().lock);
         return body();
     } catch (const std::bad_alloc&) {
         report(std::string(call) + ": out of memory");
@@ -204,6 +216,7 @@ Effect describe(const Module& module, const EffectInfo& info) {
 int init(int effect) {
     return guarded("init", 0, [&] {
         Shared& s = shared();
+        const std::lock_guard<std::mutex> hold(s.lock);
         if (!s.module) {
             s.module = std::make_unique<Module>(modulePath());
             s.catalogue = s.module->catalogue();
@@ -221,6 +234,7 @@ void deinit(int /*effect*/) {}
 
 void pluginInfo(int effect, f0r_plugin_info_t* info) {
     guarded("get_plugin_info", 0, [&] {
+        const std::lock_guard<std::mutex> hold(shared().lock);
         const auto found = shared().effects.find(effect);
         const Effect* e = found == shared().effects.end() ? nullptr : &found->second;
         info->name = e ? e->pluginName.c_str() : "reelfx";
@@ -238,6 +252,7 @@ void pluginInfo(int effect, f0r_plugin_info_t* info) {
 
 void paramInfo(int effect, f0r_param_info_t* info, int index) {
     guarded("get_param_info", 0, [&] {
+        const std::lock_guard<std::mutex> hold(shared().lock);
         const auto found = shared().effects.find(effect);
         if (found == shared().effects.end()) return 0;
         const Effect& e = found->second;
@@ -260,16 +275,23 @@ void paramInfo(int effect, f0r_param_info_t* info, int index) {
 f0r_instance_t construct(int effect, unsigned width, unsigned height) {
     return guarded("construct", f0r_instance_t{nullptr}, [&]() -> f0r_instance_t {
         Shared& s = shared();
-        const auto found = s.effects.find(effect);
-        if (!s.module || found == s.effects.end() || width == 0 || height == 0 ||
-            width > 1u << 15 || height > 1u << 15) {
+        const Module* module = nullptr;
+        Effect* described = nullptr;
+        {
+            const std::lock_guard<std::mutex> hold(s.lock);
+            const auto found = s.effects.find(effect);
+            module = s.module.get();
+            described = found == s.effects.end() ? nullptr : &found->second;
+        }
+        if (!module || !described || width == 0 || height == 0 || width > 1u << 15 ||
+            height > 1u << 15) {
             return nullptr;
         }
         auto inst = std::make_unique<Frei0rInstance>();
-        inst->effect = &found->second;
+        inst->effect = described;
         inst->width = static_cast<int32_t>(width);
         inst->height = static_cast<int32_t>(height);
-        inst->instance = std::make_unique<Instance>(*s.module, effect, inst->width, inst->height);
+        inst->instance = std::make_unique<Instance>(*module, effect, inst->width, inst->height);
         inst->declared = inst->instance->parameters();
         inst->choiceText.resize(inst->declared.size());
         return inst.release();
@@ -287,6 +309,7 @@ void setParam(f0r_instance_t instance, f0r_param_t value, int index) {
     guarded("set_param_value", 0, [&] {
         Frei0rInstance* inst = self(instance);
         if (!inst || !value || index < 0) return 0;
+        const std::lock_guard<std::mutex> turn(inst->calls);
         const int count = static_cast<int>(inst->declared.size());
         if (index == count) {
             inst->progress = clamp01(*static_cast<f0r_param_double*>(value));
@@ -301,7 +324,8 @@ void setParam(f0r_instance_t instance, f0r_param_t value, int index) {
                 const int choice = findChoice(p.choices, text);
                 if (choice >= 0) {
                     inst->instance->setParameter(index, static_cast<double>(choice));
-                } else if (inst->effect->reported.emplace(index, text).second) {
+                } else if (const std::lock_guard<std::mutex> hold(shared().lock);
+                           inst->effect->reported.emplace(index, text).second) {
                     report(inst->effect->name + ": \"" + text + "\" is not a choice of \"" +
                            p.name + "\"; accepted: " + choiceList(p.choices) + " or 0.." +
                            std::to_string(p.choices.size() - 1));
@@ -332,6 +356,7 @@ void getParam(f0r_instance_t instance, f0r_param_t value, int index) {
     guarded("get_param_value", 0, [&] {
         Frei0rInstance* inst = self(instance);
         if (!inst || !value || index < 0) return 0;
+        const std::lock_guard<std::mutex> turn(inst->calls);
         const int count = static_cast<int>(inst->declared.size());
         if (index == count) {
             *static_cast<f0r_param_double*>(value) = inst->progress;
@@ -373,9 +398,19 @@ void update(f0r_instance_t instance, double /*time*/, const uint32_t* in, uint32
     Frei0rInstance* inst = self(instance);
     if (!inst || !out) return;
     const bool drawn = guarded("update", false, [&] {
+        const std::lock_guard<std::mutex> turn(inst->calls);
         RenderOptions o;
         o.progress = inst->progress;
         o.format = kFourccArgb;
+        struct Inside {
+            Inside() {
+                const int now = ++rendersInside;
+                int most = mostRendersInside.load();
+                while (now > most && !mostRendersInside.compare_exchange_weak(most, now)) {
+                }
+            }
+            ~Inside() { --rendersInside; }
+        } inside;
         inst->instance->render(in, out, inst->width, inst->height, inst->width * 4, o);
         return true;
     });
@@ -385,3 +420,7 @@ void update(f0r_instance_t instance, double /*time*/, const uint32_t* in, uint32
 }
 
 }  // namespace reelfx::frei0r
+
+extern "C" int reelfx_frei0r_most_renders_at_once(void) {
+    return reelfx::frei0r::mostRendersInside.load();
+}

@@ -1,8 +1,8 @@
 // The frei0r adapter's shared part, libreelfx_frei0r.so: every plug-in file
 // (one per effect, adapters/frei0r/plugin.cpp) forwards its f0r_* calls here
 // with its effect index. Keeping this in one library is what gives all plug-ins
-// in a process one module, one lock and one set of per-effect descriptions,
-// however many of them a host loads.
+// in a process one module and one set of per-effect descriptions, however
+// many of them a host loads.
 #pragma once
 
 #include <cstdint>
@@ -36,3 +36,9 @@ inline double fromFrei0r(double value, double minimum, double maximum) {
 }
 
 }  // namespace reelfx::frei0r
+
+// The most frame renders that have been inside the module at the same time
+// since the library was loaded, over all plug-ins and instances: at least 2
+// once a host has had instances rendering concurrently (a check that no lock
+// around every call has come back).
+extern "C" REELFX_FREI0R_API int reelfx_frei0r_most_renders_at_once(void);

@@ -28,10 +28,6 @@ std::string camel(const std::string& text) {
     return out;
 }
 
-bool sharesState(const std::string& effectName) {
-    return effectName == "Aged Film" || effectName == "Incognito";
-}
-
 namespace {
 
 std::string number(double v) {
@@ -96,7 +92,7 @@ Element describe(const Module& module, const EffectInfo& info) {
     e.typeName = "GstReelfx" + camel(info.name);
     e.description = "reelfx \"" + info.name + "\" (" + info.category + ")";
     if (!info.tags.empty()) e.description += ", tags " + info.tags;
-    e.sharesState = sharesState(info.name);
+    e.sharesState = info.sharesState;
     const Instance small(module, info.index, 64, 48), large(module, info.index, 80, 96);
     const std::vector<ParameterInfo> a = small.parameters(), b = large.parameters();
     for (size_t j = 0; j < a.size(); ++j) {

@@ -39,7 +39,7 @@ struct Element {
     std::string elementName;  // "reelfx-multi-prism-lens"
     std::string typeName;     // "GstReelfxMultiPrismLens"
     std::string description;
-    bool sharesState = false;
+    bool sharesState = false;  // the host library's EffectInfo::sharesState
     std::vector<Property> properties;
 };
 
@@ -51,11 +51,6 @@ inline constexpr int kMaxSide = 32767;
 std::string dashed(const std::string& text);
 // "Multi-Prism Lens" -> "MultiPrismLens" (for GType names).
 std::string camel(const std::string& text);
-
-// Effects whose instances share module-wide state (tables, the C library's
-// generator): every call into the module for them is serialised across
-// elements, as catalogue queries are.
-bool sharesState(const std::string& effectName);
 
 // Describes every effect of the catalogue. Elements live in a deque, so the
 // enum values' string pointers stay valid; registers the GEnum types.

@@ -1,8 +1,10 @@
 #!/bin/sh
 # The frei0r plug-ins under concurrent hosts:
 # 1. a ThreadSanitizer build of the module and the plug-ins (preset tsan)
-#    runs several plug-ins from four threads on separate instances: no
-#    report, and the deterministic effects draw what one thread draws;
+#    renders instances of every effect but Aged Film from four threads
+#    through the entry, and runs several plug-ins from four threads on
+#    separate instances: no report, the deterministic effects draw what one
+#    thread draws, and the plug-ins' renders overlap inside the module;
 # 2. melt with four rendering threads (real_time=-4) gives the same frames
 #    as with one (real_time=-1), through the native build's plug-ins.
 set -eu
@@ -11,6 +13,7 @@ cd "$(dirname "$0")/../.."
 echo "-- ThreadSanitizer: four threads, separate instances"
 cmake --preset tsan >/dev/null
 cmake --build --preset tsan -j "$(nproc 2>/dev/null || echo 2)"
+TSAN_OPTIONS="halt_on_error=1 exitcode=66 ${TSAN_OPTIONS:-}" build/tsan/module_threads
 TSAN_OPTIONS="halt_on_error=1 exitcode=66 ${TSAN_OPTIONS:-}" build/tsan/frei0r_threads
 
 echo "-- melt: four rendering threads against one"

@@ -174,7 +174,7 @@ refused() {
     if "$reelfx" join "$@" -o out.mkv -y 2> err.txt; then fail "join $* was not refused"; fi
     grep -qF "$message" err.txt || fail "join $*: '$(cat err.txt)' does not say '$message'"
     [ ! -e out.mkv ] || fail "join $* left out.mkv behind"
-    [ -z "$(find . -name '*.part')" ] || fail "join $* left a temporary file behind"
+    [ -z "$(find . -name '.reelfx-*')" ] || fail "join $* left a temporary file behind"
     echo "refused: $(cat err.txt)"
 }
 refused "the chunk of frames 37:75 is missing (between chunk-1.mkv and chunk-3.mkv)" \
