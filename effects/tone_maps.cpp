@@ -79,17 +79,29 @@ inline uint32_t mixToShade(uint32_t s, uint32_t shade, double e, const Bounds& b
            mixChannel(channel(s, 0), channel(shade, 0), e, b.low01, b.high01);
 }
 
-// One row, in chunks: the shades are looked up first, then the mix runs
-// over plain arrays, where it vectorises (AVX2 where the CPU has it).
+// The shade of index i (luma - 16) in ARGB frames: each channel of the
+// scaling colour times i / 219.
+inline uint32_t argbShade(uint32_t i, uint32_t kr, uint32_t kg, uint32_t kb) {
+    return 0xFF000000u | ((i * kr) / 219) << 16 | ((i * kg) / 219) << 8 | ((i * kb) / 219);
+}
+
+// One row, in chunks: the shades are found first, then the mix runs over
+// plain arrays, where it vectorises (AVX2 where the CPU has it). In ARGB
+// frames the shade is worked out in the vector lanes (the scaling colour is
+// `colour`); AYUV frames look it up in `shade`.
 REELFX_CLONES void toneMapRow(
-    const uint32_t* in, uint32_t* out, int32_t width, bool argb, const uint32_t* shade, double e,
-    const Bounds& bounds) {
+    const uint32_t* in, uint32_t* out, int32_t width, bool argb, const uint32_t* shade,
+    uint32_t colour, double e, const Bounds& bounds) {
     uint32_t shadeOf[kChunk];
+    const uint32_t kr = (colour >> 16) & 0xFF, kg = (colour >> 8) & 0xFF, kb = colour & 0xFF;
     for (int32_t x0 = 0; x0 < width; x0 += kChunk) {
         const int32_t n = width - x0 < kChunk ? width - x0 : kChunk;
         const uint32_t* s = in + x0;
         if (argb) {
-            for (int32_t j = 0; j < n; ++j) shadeOf[j] = shade[argbLuma(s[j]) - kLumaLow];
+            for (int32_t j = 0; j < n; ++j) {
+                const auto i = static_cast<uint32_t>(argbLuma(s[j]) - kLumaLow);
+                shadeOf[j] = argbShade(i, kr, kg, kb);
+            }
         } else {
             for (int32_t j = 0; j < n; ++j) shadeOf[j] = shade[ayuvLuma(s[j]) - kLumaLow];
         }
@@ -119,15 +131,13 @@ void renderToneMap(uint32_t* dst, const uint32_t* src, int32_t stride, int32_t w
     const uint32_t kb = colour & 0xFF;
     uint32_t shade[kShades];
     for (uint32_t i = 0; i < kShades; ++i) {
-        shade[i] = argbToFrame(
-            0xFF000000u | ((i * kr) / 219) << 16 | ((i * kg) / 219) << 8 | ((i * kb) / 219),
-            format);
+        shade[i] = argbToFrame(argbShade(i, kr, kg, kb), format);
     }
     const bool argb = format == kFourccArgb;
     const Bounds bounds = argb ? Bounds{0.0, 255.0, 0.0, 255.0} : Bounds{16.0, 240.0, 16.0, 235.0};
 
     const int64_t pitch = stride >> 2;
     for (int64_t y = 0; y < height; ++y) {
-        toneMapRow(src + y * pitch, dst + y * pitch, width, argb, shade, e, bounds);
+        toneMapRow(src + y * pitch, dst + y * pitch, width, argb, shade, colour, e, bounds);
     }
 }
