@@ -5,6 +5,7 @@
 #
 #   bench/threads.sh [build-dir] [other-build-dir]
 #   ROUNDS=3 THREADS=2 EFFECTS='Flood Dream' SIZES='1920x1080' bench/threads.sh build/native
+#   TOOL_ARGS='--format ayuv' bench/threads.sh   # options added to every tool run
 #
 # The input is an uncompressed YUV4MPEG2 clip (4:4:4) of smooth shading with
 # noise (FRAMES frames, 50 by default; 25 at 2160 lines). The tool reads it
@@ -24,6 +25,7 @@ threads="${THREADS:-2}"
 effects="${EFFECTS:-Flood Dream Lantern Greyscale}"
 sizes="${SIZES:-1920x1080 3840x2160}"
 melt_effects="${MELT_EFFECTS:-flood dream}"
+tool_args="${TOOL_ARGS:-}"
 tool="$PWD/$build/reelfx"
 
 tmp=$(mktemp -d)
@@ -60,8 +62,8 @@ for size in $sizes; do
         : >"$tmp/a"
         : >"$tmp/b"
         for _ in $(seq "$rounds"); do
-            wall "$tool" render "$effect" "$in" --threads 1 -q -o - >>"$tmp/a"
-            wall "$tool" render "$effect" "$in" --threads "$threads" -q -o - >>"$tmp/b"
+            wall "$tool" render "$effect" "$in" $tool_args --threads 1 -q -o - >>"$tmp/a"
+            wall "$tool" render "$effect" "$in" $tool_args --threads "$threads" -q -o - >>"$tmp/b"
         done
         a=$(median <"$tmp/a")
         b=$(median <"$tmp/b")

@@ -367,6 +367,9 @@ void runJoin(const JoinRequest& rq) {
     std::vector<Chunk> chunks;
     for (const std::string& path : rq.chunks) chunks.push_back(readChunk(path));
     checkSet(chunks);
+    // No output may replace what the join reads, -y or not.
+    for (const std::string& path : rq.chunks) protectInput(path);
+    if (!rq.audioFrom.empty()) protectInput(rq.audioFrom);
     confirmOverwrite(rq.output);
     std::unique_ptr<AudioSource> audio;
     if (!rq.audioFrom.empty()) {

@@ -186,6 +186,13 @@ refused "lantern-2.mkv is not part of the same render as chunk-1.mkv: it has eff
     chunk-1.mkv lantern-2.mkv chunk-3.mkv chunk-4.mkv
 refused "it has size 320x180, not 160x90" chunk-1.mkv large-2.mkv chunk-3.mkv chunk-4.mkv
 refused "cut-3.mkv is truncated or damaged" chunk-1.mkv chunk-2.mkv cut-3.mkv chunk-4.mkv
+# An output that is one of the chunks is refused even with -y, and the chunk stays.
+cp chunk-2.mkv keep-2.mkv
+if "$reelfx" join chunk-1.mkv chunk-2.mkv chunk-3.mkv chunk-4.mkv -o chunk-2.mkv -y 2> err.txt; then
+    fail "join wrote over its own chunk"
+fi
+cmp -s chunk-2.mkv keep-2.mkv || fail "join changed its own chunk chunk-2.mkv"
+echo "refused: $(cat err.txt)"
 
 echo "-- Slurm: a job array and a dependent join on a one-node cluster"
 [ "$(id -u)" -eq 0 ] || fail "the one-node Slurm cluster runs as root"
