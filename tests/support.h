@@ -2,6 +2,9 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdio>
 
 #include <cstdint>
 #include <string>
@@ -86,6 +89,25 @@ inline ::testing::AssertionResult paddingUntouched(const Picture& p, uint32_t fi
         }
     }
     return ::testing::AssertionSuccess();
+}
+
+// What a shell command line prints (standard output and error together) and
+// its exit status (-1 when it could not run or did not exit).
+struct CommandOutcome {
+    int status = -1;
+    std::string out;
+};
+
+inline CommandOutcome runCommand(const std::string& line) {
+    CommandOutcome r;
+    FILE* pipe = popen((line + " 2>&1").c_str(), "r");
+    if (!pipe) return r;
+    char buffer[4096];
+    size_t n;
+    while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) r.out.append(buffer, n);
+    const int raw = pclose(pipe);
+    r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    return r;
 }
 
 }  // namespace reelfx::test

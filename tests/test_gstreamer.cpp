@@ -44,22 +44,9 @@ void useBuildTreeHere() {
     setenv("GST_REGISTRY_FORK", "no", 1);
 }
 
-struct Outcome {
-    int status = -1;
-    std::string out;
-};
+using Outcome = reelfx::test::CommandOutcome;
 
-Outcome run(const std::string& line) {
-    Outcome r;
-    FILE* pipe = popen((kProgramEnvironment + line + " 2>&1").c_str(), "r");
-    if (!pipe) return r;
-    char buffer[4096];
-    size_t n;
-    while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) r.out.append(buffer, n);
-    const int raw = pclose(pipe);
-    r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    return r;
-}
+Outcome run(const std::string& line) { return reelfx::test::runCommand(kProgramEnvironment + line); }
 
 std::string slurp(const fs::path& p) {
     std::ifstream f(p, std::ios::binary);

@@ -36,21 +36,10 @@ std::string slurp(const fs::path& p) {
     return ss.str();
 }
 
-struct Outcome {
-    int status = -1;
-    std::string out;
-};
+using Outcome = reelfx::test::CommandOutcome;
 
 Outcome run(const std::string& line) {
-    Outcome r;
-    FILE* pipe = popen(("FREI0R_PATH=" REELFX_FREI0R_DIR " " + line + " 2>&1").c_str(), "r");
-    if (!pipe) return r;
-    char buffer[4096];
-    size_t n;
-    while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) r.out.append(buffer, n);
-    const int raw = pclose(pipe);
-    r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    return r;
+    return reelfx::test::runCommand("FREI0R_PATH=" REELFX_FREI0R_DIR " " + line);
 }
 
 std::string slug(const std::string& name) {
