@@ -107,6 +107,39 @@ TEST_F(ToolThreads, KeyframesAndPipesWithThreeWorkers) {
     EXPECT_EQ(piped[0], piped[1]);
 }
 
+// Files decoded ahead in every layout the workers convert from (planar YUV
+// at 4:2:0 and 4:4:4 with and without alpha, packed and deep RGB, grey),
+// each written in an encoded layout the workers convert to (odd sizes
+// padded to whole chroma samples), with frames passed through before and
+// after the span: three workers give the frames one gives, in both formats.
+TEST_F(ToolThreads, WorkersConvertEveryLayoutAsOneDoes) {
+    struct Case {
+        const char* input;   // pixel format of the file read
+        const char* output;  // pixel format written
+        const char* size;
+    };
+    const Case cases[] = {{"yuv420p", "yuv444p", "42x24"},   {"yuv444p", "yuv420p", "41x23"},
+                          {"yuva444p", "yuva444p", "40x24"}, {"bgra", "yuv420p", "40x24"},
+                          {"rgb48le", "bgra", "39x25"},      {"gray16le", "yuv422p", "40x24"}};
+    for (const Case& c : cases) {
+        ffmpeg("-y -f lavfi -i testsrc2=size=" + std::string(c.size) +
+               ":rate=25 -frames:v 8 -pix_fmt " + c.input + " -c:v ffv1 in.mkv");
+        for (const std::string format : {"argb", "ayuv"}) {
+            std::string md5[2];
+            for (int k = 0; k < 2; ++k) {
+                const Outcome r =
+                    shell(tool({"render", "Dream", "in.mkv", "--span", "0.08:0.2", "--format",
+                                format, "--codec", "ffv1", "--pix-fmt", c.output, "--threads",
+                                k == 0 ? "1" : "3", "-q", "-y", "-o", "o.mkv"}));
+                ASSERT_EQ(r.status, 0) << c.input << " " << format << "\n" << r.err;
+                md5[k] = framemd5("o.mkv");
+            }
+            EXPECT_EQ(std::count(md5[0].begin(), md5[0].end(), '\n'), 8) << c.input << md5[0];
+            EXPECT_EQ(md5[0], md5[1]) << c.input << " to " << c.output << " " << format;
+        }
+    }
+}
+
 // Memory runs out inside the module a few frames into the render: the run
 // ends with status 1, the module's message once, and no output.
 TEST_F(ToolThreads, WorkerErrorEndsTheRun) {

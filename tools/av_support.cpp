@@ -1,5 +1,9 @@
 #include "tools/av_support.h"
 
+extern "C" {
+#include <libavutil/imgutils.h>
+}
+
 #include <sys/resource.h>
 
 #include <cstring>
@@ -63,12 +67,36 @@ void Converter::convert(const uint8_t* const src[], const int srcStride[], int s
                                  isRgbFormat(dstFmt) ? 1 : dstFull, 0, 1 << 16, 1 << 16) < 0) {
         throw std::runtime_error("cannot set the colour matrices to convert " + what);
     }
-    if (const int rows = sws_scale(ctx, src, srcStride, 0, srcH, dst, dstStride); rows != dstH) {
+    const bool staged = dstW % 8 != 0;
+    if (staged) {
+        if (!staging) staging = newFrame();
+        AVFrame* f = staging.get();
+        if (f->width != dstW || f->height != dstH || f->format != dstFmt) {
+            av_frame_unref(f);
+            f->width = dstW;
+            f->height = dstH;
+            f->format = dstFmt;
+            if (const int r = av_frame_get_buffer(f, 0); r < 0) {
+                if (r == AVERROR(ENOMEM)) throw std::bad_alloc();
+                throw std::runtime_error("cannot convert " + what + ": " + avError(r));
+            }
+        }
+    }
+    uint8_t* const* out = staged ? staging->data : dst;
+    const int* outStride = staged ? staging->linesize : dstStride;
+    if (const int rows = sws_scale(ctx, src, srcStride, 0, srcH, out, outStride); rows != dstH) {
         if (rows == AVERROR(ENOMEM)) throw std::bad_alloc();
         throw std::runtime_error(
             "cannot convert " + what + ": " +
             (rows < 0 ? avError(rows)
                       : std::to_string(rows) + " of " + std::to_string(dstH) + " rows"));
+    }
+    if (staged) {
+        uint8_t* dstData[4] = {dst[0], dst[1], dst[2], dst[3]};
+        int dstLines[4] = {dstStride[0], dstStride[1], dstStride[2], dstStride[3]};
+        const uint8_t* stagedData[4] = {staging->data[0], staging->data[1], staging->data[2],
+                                        staging->data[3]};
+        av_image_copy(dstData, dstLines, stagedData, staging->linesize, dstFmt, dstW, dstH);
     }
 }
 
@@ -77,6 +105,8 @@ PacketOwner newPacket() {
     if (!p) throw std::bad_alloc();
     return p;
 }
+
+void AvFrameFree::operator()(AVFrame* f) const { av_frame_free(&f); }
 
 FrameOwner newFrame() {
     FrameOwner f(av_frame_alloc());

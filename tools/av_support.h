@@ -62,6 +62,10 @@ bool isFullRangeFormat(AVPixelFormat f);
 // ranges are set on every (re)creation.
 struct Converter {
     SwsContext* ctx = nullptr;
+    // swscale's vector code writes whole blocks of 8 pixels, past the end of
+    // a buffer whose rows are not a multiple of that: such pictures are
+    // converted here first and their rows copied out.
+    FrameOwner staging;
     Converter() = default;
     Converter(const Converter&) = delete;
     Converter& operator=(const Converter&) = delete;
@@ -77,6 +81,18 @@ struct Converter {
 struct Planes {
     FrameOwner frame = newFrame();
     AVFrame* get(int w, int h, AVPixelFormat fmt);
+};
+
+// What turns decoded frames into the module's words, and the module's words
+// into the encoder's frames: one of each per thread that converts.
+struct DecodeConversion {
+    Converter toRgb, toYuv;
+    Planes yuv;
+};
+struct EncodeConversion {
+    Converter fromRgb, fromYuv;
+    Planes yuv;
+    Picture padded;
 };
 
 // AYUV words <-> planes Y, U, V (and A) of yuv444p / yuva444p.

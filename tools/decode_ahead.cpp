@@ -14,8 +14,13 @@ namespace {
 constexpr size_t kDepth = 3;
 }  // namespace
 
-DecodeAhead::DecodeAhead(Source& source, uint32_t fourcc, std::function<bool(int32_t)> wanted)
-    : source_(source), fourcc_(fourcc), wanted_(std::move(wanted)), queue_(kDepth) {
+DecodeAhead::DecodeAhead(Source& source, uint32_t fourcc, std::function<bool(int32_t)> wanted,
+                         bool leaveDecoded)
+    : source_(source),
+      fourcc_(fourcc),
+      leaveDecoded_(leaveDecoded),
+      wanted_(std::move(wanted)),
+      queue_(kDepth) {
     thread_ = std::thread([this] { run(); });
 }
 
@@ -44,7 +49,7 @@ void DecodeAhead::run() {
                     spare_.pop_back();
                 }
             }
-            if (!nextFrame(source_, fourcc_, item.frame, keep)) break;
+            if (!nextFrame(source_, fourcc_, item.frame, keep, leaveDecoded_)) break;
             if (!queue_.give(std::move(item), true, [] {})) break;
         }
     } catch (...) {

@@ -18,8 +18,10 @@ namespace reelfx::tool {
 class DecodeAhead {
 public:
     // Packets of the streams `wanted` accepts (by input index) are kept, in
-    // file order between the frames.
-    DecodeAhead(Source& source, uint32_t fourcc, std::function<bool(int32_t)> wanted);
+    // file order between the frames. With `leaveDecoded` frames come in the
+    // decoder's layout, for the taker to convert.
+    DecodeAhead(Source& source, uint32_t fourcc, std::function<bool(int32_t)> wanted,
+                bool leaveDecoded);
     ~DecodeAhead();  // stops the thread and waits for it
     DecodeAhead(const DecodeAhead&) = delete;
     DecodeAhead& operator=(const DecodeAhead&) = delete;
@@ -40,6 +42,7 @@ private:
 
     Source& source_;
     uint32_t fourcc_;
+    bool leaveDecoded_;
     std::function<bool(int32_t)> wanted_;
     HandOver<Item> queue_;
     std::mutex spareMutex_;

@@ -43,6 +43,21 @@ void EncodeBehind::frame(Picture&& picture, int64_t pts) {
     queue_.give(std::move(item), true, throwIfInterrupted);
 }
 
+AvFrameRef EncodeBehind::spareConverted() {
+    std::lock_guard<std::mutex> lock(spareMutex_);
+    if (spareConverted_.empty()) return AvFrameRef();
+    AvFrameRef f = std::move(spareConverted_.back());
+    spareConverted_.pop_back();
+    return f;
+}
+
+void EncodeBehind::converted(AvFrameRef&& frame, int64_t pts) {
+    Item item;
+    item.converted = std::move(frame);
+    item.pts = pts;
+    queue_.give(std::move(item), true, throwIfInterrupted);
+}
+
 void EncodeBehind::packet(AVPacket* packet, const AVStream* in, int32_t outIndex) {
     Item item;
     item.packet = newPacket();
@@ -66,6 +81,12 @@ void EncodeBehind::run() {
             if (item.packet) {
                 writer_.writePacket(item.packet.get(), item.in, item.outIndex);
                 item.packet.reset();
+                continue;
+            }
+            if (item.converted) {
+                writer_.encodeFrame(item.converted.get(), item.pts);
+                std::lock_guard<std::mutex> lock(spareMutex_);
+                spareConverted_.push_back(std::move(item.converted));
                 continue;
             }
             writer_.writeFrame(item.picture, item.pts);

@@ -29,6 +29,8 @@ public:
     EncodeBehind(const EncodeBehind&) = delete;
     EncodeBehind& operator=(const EncodeBehind&) = delete;
 
+    // The writer, for VideoWriter::convertFrame on other threads.
+    const VideoWriter& writer() const { return writer_; }
     // A picture the writer is done with, to render into (its buffer used
     // again), or an empty one while none has come back yet.
     Picture spare();
@@ -36,6 +38,12 @@ public:
     // writing thread's error is thrown here (and by packet and finish); a
     // signal ends the wait with Interrupted.
     void frame(Picture&& picture, int64_t pts);
+    // Queues a frame already in the encoder's layout (VideoWriter::
+    // convertFrame), in order with the pictures; waits likewise.
+    void converted(AvFrameRef&& frame, int64_t pts);
+    // A converted frame the writer is done with (its buffers used again), or
+    // an empty one.
+    AvFrameRef spareConverted();
     // Queues a packet of the copied stream `outIndex`; takes its data.
     void packet(AVPacket* packet, const AVStream* in, int32_t outIndex);
     // Waits until everything queued is written, then drains the encoder and
@@ -45,6 +53,7 @@ public:
 private:
     struct Item {
         Picture picture;
+        AvFrameRef converted;  // instead of the picture, when set
         int64_t pts = 0;
         PacketOwner packet;  // a packet of a copied stream instead of a picture
         const AVStream* in = nullptr;
@@ -56,6 +65,7 @@ private:
     HandOver<Item> queue_;
     std::mutex spareMutex_;
     std::vector<Picture> spare_;  // pictures written, for their buffers
+    std::vector<AvFrameRef> spareConverted_;
     std::thread thread_;
 };
 

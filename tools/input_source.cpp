@@ -105,8 +105,9 @@ Source openSource(const RenderRequest& rq) {
     return s;
 }
 
-bool nextFrame(Source& s, uint32_t fourcc, DecodedFrame& out, const PacketSink& others) {
-    if (s.kind == Source::Kind::Video) return s.reader->next(out, fourcc, others);
+bool nextFrame(Source& s, uint32_t fourcc, DecodedFrame& out, const PacketSink& others,
+               bool leaveDecoded) {
+    if (s.kind == Source::Kind::Video) return s.reader->next(out, fourcc, others, leaveDecoded);
     if (s.next >= static_cast<int64_t>(s.times.size())) return false;
     const auto k = static_cast<int32_t>(s.next++);
     Picture argb = s.kind == Source::Kind::Clip ? makeClipFrame(s.clip, k) : s.still;

@@ -39,8 +39,11 @@ struct Source {
 // std::runtime_error for input that cannot be read.
 Source openSource(const RenderRequest& rq);
 
-// The next frame of the source as `fourcc` words; false at the end.
-bool nextFrame(Source& s, uint32_t fourcc, DecodedFrame& out, const PacketSink& others);
+// The next frame of the source as `fourcc` words; false at the end. With
+// `leaveDecoded` a video's frame stays in the decoder's layout (see
+// VideoReader::next); generated frames are words either way.
+bool nextFrame(Source& s, uint32_t fourcc, DecodedFrame& out, const PacketSink& others,
+               bool leaveDecoded = false);
 
 // How many frames lie in `span`. A stream's frames are foretold from its
 // frame rate, which needs the span's end; without one the count is unknown.

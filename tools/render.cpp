@@ -15,6 +15,7 @@
 #include <stdexcept>
 
 #include "host/names.h"
+#include "tools/av_support.h"
 #include "tools/builtin_clip.h"
 #include "tools/chunk_meta.h"
 #include "tools/decode_ahead.h"
@@ -230,44 +231,91 @@ void replayBeforeChunk(Renderer& r, const Source& src, const ChunkWindow& window
     }
 }
 
-// Hands frames to the encoder in the order they were read: rendered here,
-// or, with several renderers, on workers at once.
+template <class T>
+T takeSpare(std::vector<T>& spares) {
+    if (spares.empty()) return T();
+    T t = std::move(spares.back());
+    spares.pop_back();
+    return t;
+}
+
+// Hands frames to the encoder in the order they were read: rendered here
+// (the decoding and encoding threads convert the pixels), or, with several
+// renderers, on workers at once, which then also convert the decoded frames
+// into the module's words and the words into the encoder's frames, so that
+// the conversions scale with the workers.
 struct FrameOutlet {
     Renderer& r;
     std::vector<Renderer>& more;
     EncodeBehind& encoder;
     ProgressBar& bar;
     FramesDone& done;
+    const VideoInfo* decodedInfo;  // of the frames that come decoded, if any
+    uint32_t fourcc;
     std::optional<RenderWorkers> workers;
+    std::vector<std::unique_ptr<DecodeConversion>> fromDecoder;  // per worker
+    std::vector<std::unique_ptr<EncodeConversion>> toEncoder;    // per worker
+    // Buffers back from the workers, used again.
+    std::vector<Picture> spareSources, spareTargets;
+    std::vector<AvFrameRef> spareDecoded;
 
     FrameOutlet(Renderer& first, std::vector<Renderer>& others, EncodeBehind& to,
-                ProgressBar& progress, FramesDone& counts)
-        : r(first), more(others), encoder(to), bar(progress), done(counts) {
+                ProgressBar& progress, FramesDone& counts, const Source& src, uint32_t format)
+        : r(first),
+          more(others),
+          encoder(to),
+          bar(progress),
+          done(counts),
+          decodedInfo(src.kind == Source::Kind::Video ? &src.reader->info() : nullptr),
+          fourcc(format) {
         if (more.empty()) return;
-        workers.emplace(more.size() + 1, [this](size_t w, const Picture& s, double p, Picture& t) {
-            (w == 0 ? r : more[w - 1]).renderInto(s, p, t);
-        });
+        for (size_t w = 0; w <= more.size(); ++w) {
+            fromDecoder.push_back(std::make_unique<DecodeConversion>());
+            toEncoder.push_back(std::make_unique<EncodeConversion>());
+        }
+        workers.emplace(more.size() + 1,
+                        [this](size_t w, RenderWorkers::Work& job) { work(w, job); });
     }
     FrameOutlet(const FrameOutlet&) = delete;
     FrameOutlet& operator=(const FrameOutlet&) = delete;
 
+    // On worker `w`'s thread.
+    void work(size_t w, RenderWorkers::Work& job) {
+        if (job.decoded)
+            convertDecoded(job.decoded.get(), *decodedInfo, fourcc, job.source, *fromDecoder[w]);
+        if (job.render) (w == 0 ? r : more[w - 1]).renderInto(job.source, job.progress, job.target);
+        if (!job.encoded) job.encoded.reset(newFrame().release());
+        encoder.writer().convertFrame(job.render ? job.target : job.source, job.encoded.get(),
+                                      *toEncoder[w]);
+    }
     bool writeNext(bool wait) {
-        RenderWorkers::Frame f;
-        if (!workers->next(f, wait)) return false;
-        encoder.frame(std::move(f.picture), f.pts);
+        RenderWorkers::Work job;
+        if (!workers->next(job, wait)) return false;
+        encoder.converted(std::move(job.encoded), job.pts);
+        spareSources.push_back(std::move(job.source));
+        if (job.render) spareTargets.push_back(std::move(job.target));
+        if (job.decoded) spareDecoded.push_back(std::move(job.decoded));
         bar.update(++done.frames);
         return true;
     }
     // Rendered at `progress` when `inside` the span, passed through as it
-    // is otherwise; the decoder gets a used picture back in `frame`.
+    // is otherwise; the decoder gets used buffers back in `frame`.
     void put(DecodedFrame& frame, bool inside, double progress) {
         if (workers) {
             while (workers->full()) writeNext(true);
-            workers->submit(std::move(frame.picture), inside ? encoder.spare() : Picture(),
-                            progress, inside, frame.pts);
+            RenderWorkers::Work job;
+            job.source = std::move(frame.picture);
+            job.decoded = std::move(frame.decoded);
+            if (inside) job.target = takeSpare(spareTargets);
+            job.encoded = encoder.spareConverted();
+            job.progress = progress;
+            job.render = inside;
+            job.pts = frame.pts;
+            workers->submit(std::move(job));
             while (writeNext(false)) {
             }
-            frame.picture = workers->spareSource();
+            frame.picture = takeSpare(spareSources);
+            frame.decoded = takeSpare(spareDecoded);
             return;
         }
         Picture out = encoder.spare();
@@ -301,11 +349,16 @@ FramesDone renderFrames(Source& src, Renderer& r, std::vector<Renderer>& more, c
     // A file is decoded ahead on a thread of its own; standard input, whose
     // reads may block for as long as the writer upstream likes, and the
     // generated frames are taken here.
+    // With workers, frames come as decoded and the workers convert them.
+    const bool leaveDecoded = !more.empty();
     std::optional<DecodeAhead> ahead;
-    if (src.kind == Source::Kind::Video && !src.streamed())
-        ahead.emplace(src, fourcc, [&](int32_t index) { return copied.count(index) != 0; });
+    if (src.kind == Source::Kind::Video && !src.streamed()) {
+        ahead.emplace(
+            src, fourcc, [&](int32_t index) { return copied.count(index) != 0; }, leaveDecoded);
+    }
     auto next = [&](DecodedFrame& f) {
-        return ahead ? ahead->next(f, audioSink) : nextFrame(src, fourcc, f, audioSink);
+        return ahead ? ahead->next(f, audioSink)
+                     : nextFrame(src, fourcc, f, audioSink, leaveDecoded);
     };
     const size_t n = count.value_or(1);
     if (window) replayBeforeChunk(r, src, *window, n);
@@ -319,7 +372,7 @@ FramesDone renderFrames(Source& src, Renderer& r, std::vector<Renderer>& more, c
     FramesDone done;
     done.inSpan = window ? window->spanBefore : 0;
     int64_t index = window ? window->nextIndex : 0;  // of the frame in the whole clip
-    FrameOutlet outlet(r, more, encoder, bar, done);
+    FrameOutlet outlet(r, more, encoder, bar, done, src, fourcc);
     DecodedFrame frame;
     while (next(frame)) {
         throwIfInterrupted();

@@ -29,8 +29,8 @@ int32_t workersFor(bool sharesState, int32_t requested) {
     return sharesState ? 1 : std::max(1, requested);
 }
 
-RenderWorkers::RenderWorkers(size_t workers, RenderFn render)
-    : render_(std::move(render)), bound_(std::max<size_t>(1, workers) * kFramesPerWorker) {
+RenderWorkers::RenderWorkers(size_t workers, WorkFn work)
+    : work_(std::move(work)), bound_(std::max<size_t>(1, workers) * kFramesPerWorker) {
     try {
         for (size_t w = 0; w < std::max<size_t>(1, workers); ++w)
             threads_.emplace_back([this, w] { run(w); });
@@ -66,16 +66,7 @@ bool RenderWorkers::full() {
     return fullLocked();
 }
 
-Picture RenderWorkers::spareSource() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    if (spareSources_.empty()) return Picture();
-    Picture p = std::move(spareSources_.back());
-    spareSources_.pop_back();
-    return p;
-}
-
-void RenderWorkers::submit(Picture&& source, Picture&& target, double progress, bool render,
-                           int64_t pts) {
+void RenderWorkers::submit(Work&& work) {
     std::unique_lock<std::mutex> lock(mutex_);
     while (true) {
         rethrowError();
@@ -87,17 +78,12 @@ void RenderWorkers::submit(Picture&& source, Picture&& target, double progress, 
         }
     }
     Job job;
-    job.sequence = nextSequence_++;
-    job.source = std::move(source);
-    job.target = std::move(target);
-    job.progress = progress;
-    job.render = render;
-    job.pts = pts;
+    job.work = std::move(work);
     jobs_.push_back(std::move(job));
     changed_.notify_all();
 }
 
-bool RenderWorkers::next(Frame& out, bool wait) {
+bool RenderWorkers::next(Work& out, bool wait) {
     std::unique_lock<std::mutex> lock(mutex_);
     while (true) {
         rethrowError();
@@ -110,14 +96,7 @@ bool RenderWorkers::next(Frame& out, bool wait) {
             lock.lock();
         }
     }
-    Job& job = jobs_.front();
-    out.pts = job.pts;
-    if (job.render) {
-        out.picture = std::move(job.target);
-        spareSources_.push_back(std::move(job.source));
-    } else {
-        out.picture = std::move(job.source);
-    }
+    out = std::move(jobs_.front().work);
     jobs_.pop_front();
     --taken_;
     changed_.notify_all();
@@ -133,21 +112,19 @@ void RenderWorkers::run(size_t worker) {
         // the back or removed at the front, and the front is removed only
         // once it is done.
         Job& job = jobs_[taken_++];
-        if (job.render) {
-            lock.unlock();
-            std::exception_ptr failed;
-            try {
-                render_(worker, job.source, job.progress, job.target);
-            } catch (...) {
-                failed = std::current_exception();
-            }
-            lock.lock();
-            if (failed) {
-                // The first error ends the run; the frames after it are not
-                // needed any more.
-                if (!error_) error_ = failed;
-                stop_ = true;
-            }
+        lock.unlock();
+        std::exception_ptr failed;
+        try {
+            work_(worker, job.work);
+        } catch (...) {
+            failed = std::current_exception();
+        }
+        lock.lock();
+        if (failed) {
+            // The first error ends the run; the frames after it are not
+            // needed any more.
+            if (!error_) error_ = failed;
+            stop_ = true;
         }
         job.done = true;
         changed_.notify_all();

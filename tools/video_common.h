@@ -4,13 +4,21 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "host/host.h"
 
 struct AVStream;
+struct AVFrame;
 
 namespace reelfx::tool {
+
+// A frame in FFmpeg's own layout, owned (freed with av_frame_free).
+struct AvFrameFree {
+    void operator()(AVFrame* f) const;
+};
+using AvFrameRef = std::unique_ptr<AVFrame, AvFrameFree>;
 
 struct Rational {
     int32_t num = 0;

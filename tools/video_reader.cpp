@@ -31,8 +31,7 @@ struct VideoReader::State {
     double endsAt = 0.0, claimed = -1.0;  // seconds, when the frames stop early
     int64_t bytesAtOpen = -1;             // a regular file's size
     VideoInfo info;
-    Converter toRgb, toYuv;
-    Planes yuv;
+    DecodeConversion conversion;
 
     double secondsOf(int64_t ts) const {
         // In doubles: a damaged file's stamps may be anywhere in int64_t.
@@ -467,7 +466,8 @@ bool VideoReader::State::decodeNext(const PacketSink& others) {
     return false;
 }
 
-bool VideoReader::next(DecodedFrame& out, uint32_t fourcc, const PacketSink& others) {
+bool VideoReader::next(DecodedFrame& out, uint32_t fourcc, const PacketSink& others,
+                       bool leaveDecoded) {
     State& s = *s_;
     while (true) {
         if (!s.decodeNext(others)) return false;
@@ -497,16 +497,28 @@ bool VideoReader::next(DecodedFrame& out, uint32_t fourcc, const PacketSink& oth
     }
     ++s.decoded;
 
+    if (leaveDecoded) {
+        if (!out.decoded) out.decoded.reset(newFrame().release());
+        av_frame_unref(out.decoded.get());
+        av_frame_move_ref(out.decoded.get(), f);
+        return true;
+    }
+    convertDecoded(f, info, fourcc, out.picture, s.conversion);
+    return true;
+}
+
+void convertDecoded(AVFrame* f, const VideoInfo& info, uint32_t fourcc, Picture& picture,
+                    DecodeConversion& c) {
     const auto fmt = static_cast<AVPixelFormat>(f->format);
     const bool fullRange = f->color_range == AVCOL_RANGE_JPEG || isFullRangeFormat(fmt);
     const int space = f->colorspace != AVCOL_SPC_UNSPECIFIED ? f->colorspace : info.colour.space;
     const bool sameSize = f->width == info.width && f->height == info.height;
     // The caller's picture is reused when it has the size: every path below
     // writes each of its pixels.
-    if (out.picture.width != info.width || out.picture.height != info.height ||
-        out.picture.stride != info.width * 4)
-        out.picture = Picture(info.width, info.height);
-    Picture& pic = out.picture;
+    if (picture.width != info.width || picture.height != info.height ||
+        picture.stride != info.width * 4)
+        picture = Picture(info.width, info.height);
+    Picture& pic = picture;
 
     const bool viaRgb = fourcc != kFourccAyuv || isRgbFormat(fmt);
     if (viaRgb) {
@@ -518,7 +530,7 @@ bool VideoReader::next(DecodedFrame& out, uint32_t fourcc, const PacketSink& oth
         } else {
             uint8_t* dst[4] = {reinterpret_cast<uint8_t*>(pic.data()), nullptr, nullptr, nullptr};
             const int dstStride[4] = {pic.stride, 0, 0, 0};
-            s.toRgb.convert(f->data, f->linesize, f->width, f->height, fmt, space, fullRange, dst,
+            c.toRgb.convert(f->data, f->linesize, f->width, f->height, fmt, space, fullRange, dst,
                             dstStride, info.width, info.height, AV_PIX_FMT_BGRA, space, true);
         }
         // RGB video handed over as AYUV goes through the module's conversion.
@@ -528,14 +540,13 @@ bool VideoReader::next(DecodedFrame& out, uint32_t fourcc, const PacketSink& oth
         if (fmt == planar && !fullRange && sameSize) {
             packAyuv(f, pic);
         } else {
-            AVFrame* p = s.yuv.get(info.width, info.height, planar);
-            s.toYuv.convert(f->data, f->linesize, f->width, f->height, fmt, space, fullRange,
+            AVFrame* p = c.yuv.get(info.width, info.height, planar);
+            c.toYuv.convert(f->data, f->linesize, f->width, f->height, fmt, space, fullRange,
                             p->data, p->linesize, info.width, info.height, planar, space, false);
             packAyuv(p, pic);
         }
     }
     av_frame_unref(f);
-    return true;
 }
 
 }  // namespace reelfx::tool

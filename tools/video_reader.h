@@ -12,6 +12,7 @@
 
 struct AVFormatContext;
 struct AVPacket;
+struct AVFrame;
 
 namespace reelfx::tool {
 
@@ -38,6 +39,9 @@ struct VideoInfo {
 
 struct DecodedFrame {
     Picture picture;  // ARGB or AYUV words, the stream's size
+    // The frame as the decoder gave it, when its conversion is left to the
+    // one who takes it (see convertDecoded); `picture` is then untouched.
+    AvFrameRef decoded;
     int64_t pts = 0;  // in VideoInfo::timeBase
     double time = 0.0;
 };
@@ -47,6 +51,14 @@ using PacketSink = std::function<void(AVPacket* packet, const AVStream* stream)>
 
 // True for a numbered image sequence such as in_%03d.png (FFmpeg's naming).
 bool isImageSequence(const std::string& path);
+
+struct DecodeConversion;
+
+// A decoded frame of a stream described by `info` into `fourcc` words in
+// `picture` (reused when its size fits); the frame's buffers go back to the
+// decoder. Safe on any thread, with a conversion of that thread's own.
+void convertDecoded(AVFrame* frame, const VideoInfo& info, uint32_t fourcc, Picture& picture,
+                    DecodeConversion& conversion);
 
 class VideoReader {
 public:
@@ -69,7 +81,10 @@ public:
     // way go to `others` (may be empty).
     // Damaged pictures are skipped, and data that stops making sense ends
     // the video; only a failing read (or memory) throws.
-    bool next(DecodedFrame& out, uint32_t fourcc, const PacketSink& others = {});
+    // With `leaveDecoded` the frame stays in the decoder's layout, in
+    // out.decoded, for convertDecoded on another thread.
+    bool next(DecodedFrame& out, uint32_t fourcc, const PacketSink& others = {},
+              bool leaveDecoded = false);
     // The damage met so far, in words; empty for none.
     std::string damage() const;
     // True when the file is now shorter than when it was opened.

@@ -26,14 +26,12 @@ struct VideoWriter::State {
     PacketOwner pkt = newPacket();
     AVPixelFormat fmt = AV_PIX_FMT_NONE;
     int32_t width = 0, height = 0;  // encoded: the frame's size, or padded to whole chroma samples
-    Picture padded;
     bool interlaced = false, topFieldFirst = false;
     std::vector<std::string> notices;
     bool headerWritten = false;
     bool finished = false;
     bool fileOpen = false;
-    Converter fromRgb, fromYuv;
-    Planes yuv;
+    EncodeConversion conversion;
     std::map<int32_t, SteadyStamps> copiedStamps;  // by output stream
 
     void openContainer(const AVOutputFormat* of);
@@ -543,9 +541,12 @@ int32_t VideoWriter::addCopiedStream(const AVStream* in) {
 }
 
 void VideoWriter::writeFrame(const Picture& picture, int64_t pts) {
-    State& s = *s_;
-    s.writeHeader();
-    AVFrame* f = s.frame.get();
+    convertFrame(picture, s_->frame.get(), s_->conversion);
+    encodeFrame(s_->frame.get(), pts);
+}
+
+void VideoWriter::convertFrame(const Picture& picture, AVFrame* f, EncodeConversion& c) const {
+    const State& s = *s_;
     if (f->width != s.width || f->height != s.height || f->format != s.fmt) {
         av_frame_unref(f);
         f->width = s.width;
@@ -558,8 +559,8 @@ void VideoWriter::writeFrame(const Picture& picture, int64_t pts) {
     const ColourTags& tags = s.settings.colour;
     const int w = s.width, h = s.height;
     const bool pad = picture.width != w || picture.height != h;
-    if (pad) padInto(picture, s.padded, w, h);
-    const Picture& words = pad ? s.padded : picture;
+    if (pad) padInto(picture, c.padded, w, h);
+    const Picture& words = pad ? c.padded : picture;
 
     const bool viaRgb = s.settings.fourcc != kFourccAyuv || isRgbFormat(s.fmt);
     if (viaRgb) {
@@ -572,7 +573,7 @@ void VideoWriter::writeFrame(const Picture& picture, int64_t pts) {
             const uint8_t* src[4] = {reinterpret_cast<const uint8_t*>(argb.words.data()), nullptr,
                                      nullptr, nullptr};
             const int srcStride[4] = {argb.stride, 0, 0, 0};
-            s.fromRgb.convert(src, srcStride, w, h, AV_PIX_FMT_BGRA, tags.space, true, f->data,
+            c.fromRgb.convert(src, srcStride, w, h, AV_PIX_FMT_BGRA, tags.space, true, f->data,
                               f->linesize, w, h, s.fmt, tags.space, isFullRangeFormat(s.fmt));
         }
     } else {
@@ -580,12 +581,17 @@ void VideoWriter::writeFrame(const Picture& picture, int64_t pts) {
         if (s.fmt == planar) {
             unpackAyuv(words, f);
         } else {
-            AVFrame* p = s.yuv.get(w, h, planar);
+            AVFrame* p = c.yuv.get(w, h, planar);
             unpackAyuv(words, p);
-            s.fromYuv.convert(p->data, p->linesize, w, h, planar, tags.space, false, f->data,
+            c.fromYuv.convert(p->data, p->linesize, w, h, planar, tags.space, false, f->data,
                               f->linesize, w, h, s.fmt, tags.space, isFullRangeFormat(s.fmt));
         }
     }
+}
+
+void VideoWriter::encodeFrame(AVFrame* f, int64_t pts) {
+    State& s = *s_;
+    s.writeHeader();
     const AVRational inTb =
         s.settings.timeBase.known() ? toAv(s.settings.timeBase) : s.enc->time_base;
     f->pts = av_rescale_q(pts, inTb, s.enc->time_base);

@@ -13,6 +13,7 @@
 
 struct AVFormatContext;
 struct AVPacket;
+struct AVFrame;
 
 namespace reelfx::tool {
 
@@ -50,6 +51,8 @@ bool knownVideoContainer(const std::string& name);
 // for a format that writes one file.
 std::string severalFilesFormat(const std::string& name);
 
+struct EncodeConversion;
+
 class VideoWriter {
 public:
     // Throws UsageError for an unknown container, encoder or pixel format and
@@ -76,6 +79,13 @@ public:
     // Words of the settings' size; padded here when the encoded pixel format
     // needs whole chroma samples (odd sizes in 4:2:0).
     void writeFrame(const Picture& words, int64_t pts);
+    // The two halves of writeFrame, for converting on other threads: words
+    // into `frame` (given the encoder's size and format, its buffers made
+    // writable), which reads only the settings fixed at set-up and so may
+    // run on any thread with a conversion of that thread's own; then the
+    // converted frame encoded, on the thread that writes.
+    void convertFrame(const Picture& words, AVFrame* frame, EncodeConversion& conversion) const;
+    void encodeFrame(AVFrame* frame, int64_t pts);
     // A packet of the copied stream `outIndex`; takes the packet's data.
     void writePacket(AVPacket* packet, const AVStream* in, int32_t outIndex);
     // Drains the encoder and closes the file.
