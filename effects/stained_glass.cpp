@@ -66,6 +66,13 @@ REELFX_CLONES void nearestSeedRow(uint32_t* out, int32_t cw, const int32_t* dx2,
     }
 }
 
+// The smallest brightness key of n pixels (256 for none), in vector lanes.
+REELFX_CLONES int rowMinimumKey(const uint32_t* row, int32_t n) {
+    int least = 256;
+    for (int32_t x = 0; x < n; ++x) least = std::min(least, brightnessKey(row[x]));
+    return least;
+}
+
 }  // namespace
 
 void renderStainedGlass(const FrameContext* ctx, const ParameterBlock* block, uint32_t format) {
@@ -128,8 +135,7 @@ void renderStainedGlass(const FrameContext* ctx, const ParameterBlock* block, ui
             int32_t sx = x0, sy = y0;
             for (int32_t y = y0; y < y1; ++y) {
                 const uint32_t* row = src + y * pitch;
-                int rowMin = 256;
-                for (int32_t x = x0; x < x1; ++x) rowMin = std::min(rowMin, brightnessKey(row[x]));
+                const int rowMin = rowMinimumKey(row + x0, x1 - x0);
                 if (rowMin >= bestKey) continue;
                 bestKey = rowMin;
                 sy = y;
