@@ -252,12 +252,14 @@ struct FrameOutlet {
     FramesDone& done;
     const VideoInfo* decodedInfo;  // of the frames that come decoded, if any
     uint32_t fourcc;
-    std::optional<RenderWorkers> workers;
     std::vector<std::unique_ptr<DecodeConversion>> fromDecoder;  // per worker
     std::vector<std::unique_ptr<EncodeConversion>> toEncoder;    // per worker
     // Buffers back from the workers, used again.
     std::vector<Picture> spareSources, spareTargets;
     std::vector<AvFrameRef> spareDecoded;
+    // Last, so that when an error ends the run the workers are stopped
+    // before the conversions they use are freed.
+    std::optional<RenderWorkers> workers;
 
     FrameOutlet(Renderer& first, std::vector<Renderer>& others, EncodeBehind& to,
                 ProgressBar& progress, FramesDone& counts, const Source& src, uint32_t format)
