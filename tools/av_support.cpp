@@ -56,6 +56,9 @@ void Converter::convert(const uint8_t* const src[], const int srcStride[], int s
     ctx = sws_getCachedContext(ctx, srcW, srcH, srcFmt, dstW, dstH, dstFmt, kSwsFlags, nullptr,
                                nullptr, nullptr);
     if (!ctx) {
+        // Between layouts swscale handles, only memory can be missing.
+        if (sws_isSupportedInput(srcFmt) > 0 && sws_isSupportedOutput(dstFmt) > 0)
+            throw std::bad_alloc();
         throw std::runtime_error(std::string("cannot convert ") + av_get_pix_fmt_name(srcFmt) +
                                  " to " + av_get_pix_fmt_name(dstFmt));
     }
