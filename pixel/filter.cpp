@@ -214,12 +214,15 @@ int32_t fieldOf(const float* weights, int n, int d, int v) {
 // offset * mul - drop * 65536 is found from the inverse of an odd mul modulo 2^16. Every byte is
 // checked; false when no such form is near the slope.
 bool tapOf(const int32_t q[256], double guess, Tap* tap) {
-    if (!(guess > 0.0 && guess < 8388608.0)) return false;
+    if (!(std::fabs(guess) < 8388608.0)) return false;
     const int64_t centre = std::llround(guess);
     for (int64_t step = 0; step <= 64; ++step) {
         for (int64_t a : {centre - step, centre + step}) {
-            const int64_t mul = a % 65536;
-            if (a <= 0 || mul % 2 == 0) continue;
+            // a = whole * 65536 + mul with 0 <= mul < 65536 (whole below zero
+            // for a falling slope; modulo 2^16 it is the same lane value).
+            const int64_t whole = a >= 0 ? a / 65536 : -((65535 - a) / 65536);
+            const int64_t mul = a - whole * 65536;
+            if (mul % 2 == 0 || whole < -256 || whole > 256) continue;
             int64_t lo = INT64_MIN, hi = INT64_MAX;
             for (int64_t v = 0; v < 256; ++v) {
                 lo = std::max(lo, int64_t{q[v]} * 65536 - v * a);
@@ -231,14 +234,13 @@ bool tapOf(const int32_t q[256], double guess, Tap* tap) {
                 const int64_t offset = (static_cast<uint32_t>(add) * inverse) & 0xFFFFu;
                 if (offset > 65535 - 255) continue;
                 const int64_t drop = (offset * mul - add) / 65536;
-                const Tap t{static_cast<uint16_t>(a / 65536), static_cast<uint16_t>(mul),
-                            static_cast<uint16_t>(offset), static_cast<uint16_t>(drop & 0xFFFF)};
-                bool exact = a / 65536 < 256;
+                bool exact = true;
                 for (int64_t v = 0; v < 256 && exact; ++v) {
-                    exact = v * (a / 65536) + (((v + offset) * mul) >> 16) - drop == q[v];
+                    exact = v * whole + (((v + offset) * mul) >> 16) - drop == q[v];
                 }
                 if (exact) {
-                    *tap = t;
+                    *tap = Tap{static_cast<uint16_t>(whole & 0xFFFF), static_cast<uint16_t>(mul),
+                               static_cast<uint16_t>(offset), static_cast<uint16_t>(drop & 0xFFFF)};
                     return true;
                 }
             }
