@@ -35,28 +35,42 @@ inline int32_t distance2(int32_t dx2, int32_t dy2) {
     return static_cast<int32_t>(static_cast<uint32_t>(dx2) + static_cast<uint32_t>(dy2));
 }
 
-// One row of a cell: each pixel takes the colour of the nearest of the m
-// candidates (ties go to the later one). The candidates are taken one at a
-// time over the whole row, so the loop runs across the pixels and
-// vectorises; the colours are picked in the row itself.
-REELFX_CLONES void nearestSeedRow(
-    uint32_t* out, int32_t* best, int32_t cw, const int32_t* dx2, int32_t widest,
-    const int32_t* dy2, const uint32_t* cc, int m) {
+// One row of a cell: each pixel takes the colour of the nearest of the nine
+// candidates (ties go to the later one). All nine are taken in one pass over
+// the row, so the loop runs across the pixels, vectorises and writes each
+// destination pixel once. A cell with fewer candidates repeats its first one
+// in front: the repeats tie with it and leave its distance and colour as
+// they are.
+REELFX_CLONES void nearestSeedRow(uint32_t* out, int32_t cw, const int32_t* dx2, int32_t widest,
+                                  const int32_t* dy2, const uint32_t* cc) {
+    // The candidates' terms in locals: the destination row may not be
+    // assumed apart from the caller's arrays, and these are read per pixel.
+    const int32_t* t[9];
+    int32_t d2[9];
+    uint32_t colour[9];
+    for (int k = 0; k < 9; ++k) {
+        t[k] = dx2 + k * static_cast<size_t>(widest);
+        d2[k] = dy2[k];
+        colour[k] = cc[k];
+    }
     for (int32_t x = 0; x < cw; ++x) {
-        best[x] = distance2(dx2[x], dy2[0]);
-        out[x] = cc[0];
-    }
-    for (int k = 1; k < m; ++k) {
-        const int32_t* t = dx2 + k * static_cast<size_t>(widest);
-        const int32_t d2 = dy2[k];
-        const uint32_t colour = cc[k];
-        for (int32_t x = 0; x < cw; ++x) {
-            const int32_t d = distance2(t[x], d2);
-            const bool closer = d <= best[x];
-            best[x] = closer ? d : best[x];
-            out[x] = closer ? colour : out[x];
+        int32_t best = distance2(t[0][x], d2[0]);
+        uint32_t pick = colour[0];
+        for (int k = 1; k < 9; ++k) {
+            const int32_t d = distance2(t[k][x], d2[k]);
+            const bool closer = d <= best;
+            best = closer ? d : best;
+            pick = closer ? colour[k] : pick;
         }
+        out[x] = pick;
     }
+}
+
+// The smallest brightness key of n pixels (256 for none), in vector lanes.
+REELFX_CLONES int rowMinimumKey(const uint32_t* row, int32_t n) {
+    int least = 256;
+    for (int32_t x = 0; x < n; ++x) least = std::min(least, brightnessKey(row[x]));
+    return least;
 }
 
 }  // namespace
@@ -121,8 +135,7 @@ void renderStainedGlass(const FrameContext* ctx, const ParameterBlock* block, ui
             int32_t sx = x0, sy = y0;
             for (int32_t y = y0; y < y1; ++y) {
                 const uint32_t* row = src + y * pitch;
-                int rowMin = 256;
-                for (int32_t x = x0; x < x1; ++x) rowMin = std::min(rowMin, brightnessKey(row[x]));
+                const int rowMin = rowMinimumKey(row + x0, x1 - x0);
                 if (rowMin >= bestKey) continue;
                 bestKey = rowMin;
                 sy = y;
@@ -144,38 +157,35 @@ void renderStainedGlass(const FrameContext* ctx, const ParameterBlock* block, ui
     static constexpr int kDc[9] = {0, -1, 1, 0, -1, 1, 0, -1, 1};
     int32_t widest = 0;
     for (int32_t c = 0; c < g; ++c) widest = std::max(widest, colEdge[c + 1] - colEdge[c]);
-    // Rows are worked in whole groups of eight pixels, so that the loops
-    // never end in a partial vector; the extra columns are never copied out.
-    widest = (widest + 7) & ~7;
     std::vector<int32_t> dx2(9 * static_cast<size_t>(widest));
-    std::vector<int32_t> best(static_cast<size_t>(widest));
-    std::vector<uint32_t> picked(static_cast<size_t>(widest));
     for (int32_t r = 0; r < g; ++r) {
         if (rowSlot[r] < 0) continue;
         for (int32_t c = 0; c < g; ++c) {
             if (colSlot[c] < 0) continue;
             const int32_t x0 = colEdge[c], x1 = colEdge[c + 1];
             const int32_t cw = x1 - x0;
-            int32_t cy[9];
-            uint32_t cc[9];
+            size_t taking[9];
             int m = 0;  // candidates taking part; the cell itself always does
             for (int k = 0; k < 9; ++k) {
                 const int32_t rr = rowSlot[std::clamp(r + kDr[k], 0, g - 1)];
                 const int32_t ck = colSlot[std::clamp(c + kDc[k], 0, g - 1)];
                 if (rr < 0 || ck < 0) continue;
-                const size_t i = static_cast<size_t>(rr) * cols + ck;
-                int32_t* t = dx2.data() + m * static_cast<size_t>(widest);
+                taking[m++] = static_cast<size_t>(rr) * cols + ck;
+            }
+            // Nine slots: the first candidate repeated 9 - m times, then all m.
+            int32_t cy[9];
+            uint32_t cc[9];
+            for (int k = 0; k < 9; ++k) {
+                const size_t i = taking[std::max(0, k - (9 - m))];
+                int32_t* t = dx2.data() + k * static_cast<size_t>(widest);
                 for (int32_t x = 0; x < cw; ++x) t[x] = square(x0 + x - seedX[i]);
-                cy[m] = seedY[i];
-                cc[m] = colour[i];
-                ++m;
+                cy[k] = seedY[i];
+                cc[k] = colour[i];
             }
             for (int32_t y = rowEdge[r]; y < rowEdge[r + 1]; ++y) {
                 int32_t dy2[9];
-                for (int k = 0; k < m; ++k) dy2[k] = square(y - cy[k]);
-                nearestSeedRow(picked.data(), best.data(), (cw + 7) & ~7, dx2.data(), widest, dy2,
-                               cc, m);
-                std::copy_n(picked.data(), cw, dst + y * pitch + x0);
+                for (int k = 0; k < 9; ++k) dy2[k] = square(y - cy[k]);
+                nearestSeedRow(dst + y * pitch + x0, cw, dx2.data(), widest, dy2, cc);
             }
         }
     }

@@ -29,13 +29,24 @@ REELFX_CLONES uint32_t blockAverage(const uint32_t* base, int32_t stride, int32_
     const ptrdiff_t pitch = stride >> 2;
     // Past the early return the corners lie inside the picture.
     const int32_t bx0 = static_cast<int32_t>(cx0), bx1 = static_cast<int32_t>(cx1);
+    // Each row is summed in 32-bit lanes, in pieces of at most 2^24 pixels
+    // (2^24 * 255 < 2^32), and the pieces are added up in 64 bits: the same
+    // sums, with twice the lanes per vector.
+    constexpr int32_t kPiece = int32_t{1} << 24;
     for (int32_t y = static_cast<int32_t>(cy0); y < cy1; ++y) {
         const uint32_t* row = base + y * pitch;
-        for (int32_t x = bx0; x < bx1; ++x) {
-            const uint32_t p = row[x];
-            s0 += p & 0xFF;
-            s1 += (p >> 8) & 0xFF;
-            s2 += (p >> 16) & 0xFF;
+        for (int32_t xs = bx0, xe = bx0; xs < bx1; xs = xe) {
+            xe = xs + std::min(kPiece, bx1 - xs);
+            uint32_t r0 = 0, r1 = 0, r2 = 0;
+            for (int32_t x = xs; x < xe; ++x) {
+                const uint32_t p = row[x];
+                r0 += p & 0xFF;
+                r1 += (p >> 8) & 0xFF;
+                r2 += (p >> 16) & 0xFF;
+            }
+            s0 += r0;
+            s1 += r1;
+            s2 += r2;
         }
     }
     return 0xFF000000u | static_cast<uint32_t>(s2 / n) << 16 | static_cast<uint32_t>(s1 / n) << 8 |

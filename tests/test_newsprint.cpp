@@ -204,6 +204,37 @@ TEST(NewsPrint, FineGridsMatchTheCellByCellModel) {
     }
 }
 
+// Coarse grids give cells of thousands of pixels, whose averages take other
+// paths than the small cells' (a cell of 639 x 399 pixels is past 65536, 4
+// cells a side hold 16000 each): the same marks as the cell-by-cell model,
+// which averages every cell on its own.
+TEST(NewsPrint, CoarseGridsMatchTheCellByCellModel) {
+    for (const uint32_t format : {kFourccArgb, kFourccAyuv}) {
+        const Picture src = testPicture(640, 400, format, 5);
+        for (const double resolution : {1.0, 0.99, 0.98, 0.9}) {
+            for (const bool spirals : {false, true}) {
+                const double contrast = spirals ? 0.2 : 1.09;
+                const Picture r = renderEffect("NewsPrint", src,
+                                               {{"Resolution", resolution},
+                                                {"Contrast", contrast},
+                                                {"Dot Shape", spirals ? 1.0 : 0.0}},
+                                               {.format = format})
+                                      .target;
+                Picture want = modelNewsPrint(src, resolution, 0.83, contrast, spirals);
+                if (format == kFourccAyuv) {
+                    for (int32_t y = 0; y < want.height; ++y) {
+                        for (int32_t x = 0; x < want.width; ++x) {
+                            uint32_t& w = want.at(x, y);
+                            w = w == kInk ? kInkAyuv : kPaperAyuv;
+                        }
+                    }
+                }
+                EXPECT_TRUE(r.samePixels(want)) << resolution << " " << spirals << " " << format;
+            }
+        }
+    }
+}
+
 // On white every cell of 4 x 3 to 5 x 4 pixels averages to a key of 226 to
 // 242: a circle of radius 1, a plus of five pixels at the cell's centre.
 TEST(NewsPrint, WhitePictureGetsOnePlusPerMarkedCellInBothFormats) {
