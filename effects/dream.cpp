@@ -32,11 +32,14 @@ inline uint32_t blendArgb(uint32_t D, uint32_t G) {
         28 * (static_cast<int32_t>(G & 0xFF) - static_cast<int32_t>(D & 0xFF)) +
         154 * (static_cast<int32_t>((G >> 8) & 0xFF) - static_cast<int32_t>((D >> 8) & 0xFF)) +
         74 * (static_cast<int32_t>((G >> 16) & 0xFF) - static_cast<int32_t>((D >> 16) & 0xFF));
-    const uint32_t t = static_cast<uint32_t>(d < 0 ? 0 : std::min(d, 2048));
+    const int32_t t = d < 0 ? 0 : std::min(d, 2048);
     uint32_t out = 0;
     for (int k = 0; k < 32; k += 8) {
-        const uint32_t g = (G >> k) & 0xFF, b = (D >> k) & 0xFF;
-        out |= ((g * t + b * (2048 - t)) >> 11) << k;
+        const auto g = static_cast<int32_t>((G >> k) & 0xFF);
+        const auto b = static_cast<int32_t>((D >> k) & 0xFF);
+        // (g * t + b * (2048 - t)) >> 11, with b * 2048 taken out of the
+        // shift whole: one multiply instead of two.
+        out |= static_cast<uint32_t>(b + (((g - b) * t) >> 11)) << k;
     }
     return out;
 }
@@ -45,11 +48,12 @@ inline uint32_t blendArgb(uint32_t D, uint32_t G) {
 inline uint32_t blendAyuv(uint32_t D, uint32_t G) {
     const int32_t d =
         static_cast<int32_t>((G >> 16) & 0xFF) - static_cast<int32_t>((D >> 16) & 0xFF);
-    const uint32_t t = static_cast<uint32_t>(d < 0 ? 0 : std::min(d, 8));
+    const int32_t t = d < 0 ? 0 : std::min(d, 8);
     uint32_t out = 0;
     for (int k = 0; k < 32; k += 8) {
-        const uint32_t g = (G >> k) & 0xFF, b = (D >> k) & 0xFF;
-        out |= ((g * t + b * (8 - t)) >> 3) << k;
+        const auto g = static_cast<int32_t>((G >> k) & 0xFF);
+        const auto b = static_cast<int32_t>((D >> k) & 0xFF);
+        out |= static_cast<uint32_t>(b + (((g - b) * t) >> 3)) << k;  // as for ARGB
     }
     return out;
 }

@@ -188,10 +188,17 @@ void slideLanes(const uint32_t* src, ptrdiff_t laneStep, ptrdiff_t step, int32_t
 // an arithmetic shift, (v * mul + add) >> 16, found per call and checked
 // for all 256 bytes. The passes then run over all bytes of a row at once,
 // loops the compiler vectorises.
+
+// One product as a function of the byte v, in 16-bit lanes:
+// v * whole + (((v + offset) * mul) >> 16) - drop, modulo 2^16, where the
+// shifted product is the high half of a 16 x 16-bit multiply.
+struct Tap {
+    uint16_t whole, mul, offset, drop;
+};
+
 struct UniformKernel {
     int32_t reach;  // n - 1: the outer distances with a weight
-    int32_t outerMul, outerAdd;
-    int32_t centreMul, centreAdd;
+    Tap outer, centre;
     int32_t constant;  // the fields of byte 0 over all distances, less the bias
 };
 
@@ -202,24 +209,40 @@ int32_t fieldOf(const float* weights, int n, int d, int v) {
     return product(weight, v) + negativeOffset(weight) + (d % 3 == 1 ? 1 : 0);
 }
 
-// (mul, add) with (v * mul + add) >> 16 == q[v] for every byte v, the sums
-// staying within 32 bits; false when none is near the slope `guess`.
-bool affineOf(const int32_t q[256], double guess, int32_t* mul, int32_t* add) {
-    if (!(std::fabs(guess) < 4194304.0)) return false;
+// The taps (v * a + add) >> 16 == q[v] for every byte v, a near the slope `guess`, rewritten in the
+// form of Tap: with a = whole * 65536 + mul, v * whole * 65536 leaves the shift whole, and add =
+// offset * mul - drop * 65536 is found from the inverse of an odd mul modulo 2^16. Every byte is
+// checked; false when no such form is near the slope.
+bool tapOf(const int32_t q[256], double guess, Tap* tap) {
+    if (!(std::fabs(guess) < 8388608.0)) return false;
     const int64_t centre = std::llround(guess);
     for (int64_t step = 0; step <= 64; ++step) {
         for (int64_t a : {centre - step, centre + step}) {
+            // a = whole * 65536 + mul with 0 <= mul < 65536 (whole below zero
+            // for a falling slope; modulo 2^16 it is the same lane value).
+            const int64_t whole = a >= 0 ? a / 65536 : -((65535 - a) / 65536);
+            const int64_t mul = a - whole * 65536;
+            if (mul % 2 == 0 || whole < -256 || whole > 256) continue;
             int64_t lo = INT64_MIN, hi = INT64_MAX;
             for (int64_t v = 0; v < 256; ++v) {
                 lo = std::max(lo, int64_t{q[v]} * 65536 - v * a);
                 hi = std::min(hi, (int64_t{q[v]} + 1) * 65536 - 1 - v * a);
             }
-            const int64_t ends[] = {lo, lo + 255 * a};
-            if (lo <= hi && std::abs(ends[0]) < (int64_t{1} << 30) &&
-                std::abs(ends[1]) < (int64_t{1} << 30)) {
-                *mul = static_cast<int32_t>(a);
-                *add = static_cast<int32_t>(lo);
-                return true;
+            uint32_t inverse = static_cast<uint32_t>(mul);  // Newton steps mod 2^16
+            for (int i = 0; i < 4; ++i) inverse *= 2u - static_cast<uint32_t>(mul) * inverse;
+            for (int64_t add = lo; add <= hi && add < lo + 4096; ++add) {
+                const int64_t offset = (static_cast<uint32_t>(add) * inverse) & 0xFFFFu;
+                if (offset > 65535 - 255) continue;
+                const int64_t drop = (offset * mul - add) / 65536;
+                bool exact = true;
+                for (int64_t v = 0; v < 256 && exact; ++v) {
+                    exact = v * whole + (((v + offset) * mul) >> 16) - drop == q[v];
+                }
+                if (exact) {
+                    *tap = Tap{static_cast<uint16_t>(whole & 0xFFFF), static_cast<uint16_t>(mul),
+                               static_cast<uint16_t>(offset), static_cast<uint16_t>(drop & 0xFFFF)};
+                    return true;
+                }
             }
         }
     }
@@ -260,11 +283,15 @@ bool uniformKernel(const float* weights, int n, const FilterTables& tables, Unif
     k->constant = constant;
     const double w0 = static_cast<double>(weights[0]);
     const double w1 = n >= 2 ? static_cast<double>(weights[1]) : 0.0;
-    return affineOf(outer, 4.0 * w1 * 65536.0, &k->outerMul, &k->outerAdd) &&
-           affineOf(field[0], 2.0 * w0 * 65536.0, &k->centreMul, &k->centreAdd);
+    return tapOf(outer, 4.0 * w1 * 65536.0, &k->outer) &&
+           tapOf(field[0], 2.0 * w0 * 65536.0, &k->centre);
 }
 
-inline int32_t tap(int32_t v, int32_t mul, int32_t add) { return (v * mul + add) >> 16; }
+inline int16_t tap(uint8_t v, const Tap& t) {
+    const auto x = static_cast<uint16_t>(v + t.offset);
+    const auto high = static_cast<uint16_t>((static_cast<uint32_t>(x) * t.mul) >> 16);
+    return static_cast<int16_t>(static_cast<uint16_t>(v * t.whole + high - t.drop));
+}
 
 inline uint8_t clampToByte(int16_t sum) {
     const int16_t r = static_cast<int16_t>(sum >> 2);
@@ -285,12 +312,11 @@ __attribute__((always_inline)) inline void uniformRow(const uint8_t* padded, int
     const int32_t bytes = 4 * width;
     const int32_t total = 4 * (width + 2 * Reach);
     for (int32_t i = 0; i < total; ++i) {
-        outer[i] = static_cast<int16_t>(tap(padded[i], k.outerMul, k.outerAdd));
+        outer[i] = static_cast<int16_t>(tap(padded[i], k.outer));
     }
     const uint8_t* centre = padded + 4 * Reach;
     for (int32_t i = 0; i < bytes; ++i) {
-        int16_t sum =
-            static_cast<int16_t>(2 * tap(centre[i], k.centreMul, k.centreAdd) + k.constant);
+        int16_t sum = static_cast<int16_t>(2 * tap(centre[i], k.centre) + k.constant);
         for (int t = 0; t < Reach; ++t) {
             sum = static_cast<int16_t>(sum + outer[i + 4 * t] + outer[i + 4 * (Reach + 1 + t)]);
         }
@@ -366,7 +392,7 @@ REELFX_CLONES void uniformColumns(const uint8_t* src, uint8_t* dst, ptrdiff_t st
         const uint8_t* r = src + std::clamp(p, 0, height - 1) * stride;
         int16_t* slot = slotOf(p);
         for (int32_t i = 0; i < bytes; ++i) {
-            slot[i] = static_cast<int16_t>(tap(r[i], k.outerMul, k.outerAdd));
+            slot[i] = static_cast<int16_t>(tap(r[i], k.outer));
         }
         return slot;
     };
@@ -382,7 +408,7 @@ REELFX_CLONES void uniformColumns(const uint8_t* src, uint8_t* dst, ptrdiff_t st
             int16_t* slot = slotOf(y + k.reach);
             const uint8_t* r = src + std::min(y + k.reach, height - 1) * stride;
             for (int32_t i = 0; i < bytes; ++i) {
-                const int16_t q = static_cast<int16_t>(tap(r[i], k.outerMul, k.outerAdd));
+                const int16_t q = static_cast<int16_t>(tap(r[i], k.outer));
                 window[i] = static_cast<int16_t>(window[i] + q - slot[i]);
                 slot[i] = q;
             }
@@ -391,8 +417,8 @@ REELFX_CLONES void uniformColumns(const uint8_t* src, uint8_t* dst, ptrdiff_t st
         const int16_t* own = slotOf(y);
         uint8_t* out = dst + y * stride;
         for (int32_t i = 0; i < bytes; ++i) {
-            out[i] = clampToByte(static_cast<int16_t>(
-                window[i] - own[i] + 2 * tap(c[i], k.centreMul, k.centreAdd) + k.constant));
+            out[i] = clampToByte(
+                static_cast<int16_t>(window[i] - own[i] + 2 * tap(c[i], k.centre) + k.constant));
         }
     }
 }
@@ -434,7 +460,7 @@ __attribute__((always_inline)) inline void fusedOfReach(const uint32_t* src, uin
         const uint8_t* r = filteredRow<Reach>(src, pitch, width, height, k, rows, filtered, p);
         int16_t* slot = ring + ((p + Reach) % places) * bytes;
         for (int32_t i = 0; i < bytes; ++i) {
-            slot[i] = static_cast<int16_t>(tap(r[i], k.outerMul, k.outerAdd));
+            slot[i] = static_cast<int16_t>(tap(r[i], k.outer));
             window[i] = static_cast<int16_t>(window[i] + slot[i]);
         }
     }
@@ -444,7 +470,7 @@ __attribute__((always_inline)) inline void fusedOfReach(const uint32_t* src, uin
             const uint8_t* r =
                 filteredRow<Reach>(src, pitch, width, height, k, rows, filtered, y + Reach);
             for (int32_t i = 0; i < bytes; ++i) {
-                const int16_t q = static_cast<int16_t>(tap(r[i], k.outerMul, k.outerAdd));
+                const int16_t q = static_cast<int16_t>(tap(r[i], k.outer));
                 window[i] = static_cast<int16_t>(window[i] + q - slot[i]);
                 slot[i] = q;
             }
@@ -453,8 +479,8 @@ __attribute__((always_inline)) inline void fusedOfReach(const uint32_t* src, uin
         const int16_t* own = ring + ((y + Reach) % places) * bytes;
         uint8_t* out = reinterpret_cast<uint8_t*>(dst + y * pitch);
         for (int32_t i = 0; i < bytes; ++i) {
-            out[i] = clampToByte(static_cast<int16_t>(
-                window[i] - own[i] + 2 * tap(c[i], k.centreMul, k.centreAdd) + k.constant));
+            out[i] = clampToByte(
+                static_cast<int16_t>(window[i] - own[i] + 2 * tap(c[i], k.centre) + k.constant));
         }
     }
 }

@@ -305,12 +305,16 @@ TEST_F(ToolFiles, FullDisksAndClosedPipesAreErrors) {
 // (memory, an encoder, a container) is 1 with FFmpeg's own words, and a
 // memory limit says "out of memory".
 TEST_F(ToolFiles, FailuresExitInTheirClass) {
+#ifndef __SANITIZE_ADDRESS__  // AddressSanitizer's shadow memory needs more than any of these
     int limited = 0;
     for (const char* megabytes : {"200", "260", "320", "360", "420"}) {
         const Outcome r =
             shell("ulimit -v " + std::to_string(std::stoi(megabytes) * 1024) + " && " +
                   tool({"render", "Mosaic", "--size", "1920x1080", "--duration", "0.2", "-q", "-y",
                         "-o", "big.mp4"}));
+        // 127: the loader could not map a shared library under the limit, so
+        // the program never ran; how much that takes differs between machines.
+        if (r.status == 127) continue;
         EXPECT_NE(r.status, 2) << megabytes << " MB\n" << r.err;
         if (r.status != 0) {
             ++limited;
@@ -319,6 +323,7 @@ TEST_F(ToolFiles, FailuresExitInTheirClass) {
         }
     }
     EXPECT_GT(limited, 0);
+#endif
     const struct {
         std::vector<std::string> args;
         int status;
