@@ -55,7 +55,8 @@ const char* compare(const reelfx::Picture& a, const reelfx::Picture& b, bool wit
         exact = false;
         if (!withinOne) return "differs";
         for (int k = 0; k < 32; k += 8) {
-            const int d = static_cast<int>((a.words[i] >> k) & 0xFF) - static_cast<int>((b.words[i] >> k) & 0xFF);
+            const int d = static_cast<int>((a.words[i] >> k) & 0xFF) -
+                          static_cast<int>((b.words[i] >> k) & 0xFF);
             if (d > 1 || d < -1) return "differs";
         }
     }
@@ -68,7 +69,8 @@ int main(int argc, char** argv) {
     int32_t w = 1920, h = 1080, rounds = 7;
     std::string filter;
     for (int i = 1; i + 1 < argc; i += 2) {
-        if (std::strcmp(argv[i], "--size") == 0 && std::sscanf(argv[i + 1], "%dx%d", &w, &h) == 2) continue;
+        if (std::strcmp(argv[i], "--size") == 0 && std::sscanf(argv[i + 1], "%dx%d", &w, &h) == 2)
+            continue;
         if (std::strcmp(argv[i], "--rounds") == 0) {
             rounds = std::max(1, std::atoi(argv[i + 1]));
             continue;
@@ -91,7 +93,8 @@ int main(int argc, char** argv) {
     const std::vector<Case> cases = {
         {"NewsPrint", models::newsPrint},
         {"Multi-Prism Lens", [&](const models::Frame& f) { models::applyPrismMap(f, prismMap); }},
-        {"Color Circle Shift", [&](const models::Frame& f) { models::colorCircleShift(f, progress); }, true},
+        {"Color Circle Shift",
+         [&](const models::Frame& f) { models::colorCircleShift(f, progress); }, true},
         {"Mosaic", models::mosaic},
         {"Flood", models::flood},
         {"Dream", models::dream},
@@ -111,17 +114,20 @@ int main(int argc, char** argv) {
         {"Lantern", [&](const models::Frame& f) { models::lantern(f, progress); }},
     };
 
-    std::printf("module against -O1 transcriptions: %dx%d, initial parameters, progress %.1f, "
-                "median of %d rounds, thread CPU ms per frame\n",
-                w, h, progress, rounds);
-    std::printf("%-22s %-5s %10s %10s %7s  %s\n", "effect", "fmt", "module ms", "model ms", "ratio", "output");
+    std::printf(
+        "module against -O1 transcriptions: %dx%d, initial parameters, progress %.1f, "
+        "median of %d rounds, thread CPU ms per frame\n",
+        w, h, progress, rounds);
+    std::printf("%-22s %-5s %10s %10s %7s  %s\n", "effect", "fmt", "module ms", "model ms", "ratio",
+                "output");
     int status = 0;
     for (const bool ayuv : {false, true}) {
         const uint32_t format = ayuv ? kFourccAyuv : kFourccArgb;
         reelfx::Picture src = noisyPicture(w, h);
         if (ayuv) src = reelfx::toAyuv(src);
         for (const Case& c : cases) {
-            if (!filter.empty() && std::string(c.effect).find(filter) == std::string::npos) continue;
+            if (!filter.empty() && std::string(c.effect).find(filter) == std::string::npos)
+                continue;
             const int32_t index = module.findEffect(c.effect);
             if (index < 0) {
                 std::fprintf(stderr, "no effect %s\n", c.effect);
@@ -150,8 +156,8 @@ int main(int argc, char** argv) {
                 modelMs.push_back(threadCpuMs() - t);
             }
             const double a = median(moduleMs), b = median(modelMs);
-            std::printf("%-22s %-5s %10.2f %10.2f %7.2f  %s\n", c.effect, ayuv ? "AYUV" : "ARGB", a, b,
-                        a > 0 ? b / a : 0.0, output);
+            std::printf("%-22s %-5s %10.2f %10.2f %7.2f  %s\n", c.effect, ayuv ? "AYUV" : "ARGB", a,
+                        b, a > 0 ? b / a : 0.0, output);
             std::fflush(stdout);
         }
     }

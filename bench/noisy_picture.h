@@ -11,7 +11,8 @@ inline reelfx::Picture noisyPicture(int32_t w, int32_t h) {
     for (int32_t y = 0; y < h; ++y) {
         uint32_t* row = p.row(y);
         for (int32_t x = 0; x < w; ++x) {
-            const int32_t base[3] = {40 + 170 * x / w, 40 + 170 * y / h, 210 - 85 * (x + y) / (w + h)};
+            const int32_t base[3] = {40 + 170 * x / w, 40 + 170 * y / h,
+                                     210 - 85 * (x + y) / (w + h)};
             uint32_t c = 0xFF000000u;
             for (int i = 0; i < 3; ++i) {
                 seed = seed * 1664525u + 1013904223u;

@@ -33,9 +33,7 @@ float unitDraw(uint32_t s) {
     return f - 1.0f;
 }
 
-int32_t byteDraw(uint32_t s) {
-    return static_cast<int32_t>(((s & 255u) - 1u) & 127u);
-}
+int32_t byteDraw(uint32_t s) { return static_cast<int32_t>(((s & 255u) - 1u) & 127u); }
 
 int32_t regenerateHair(HairPoint* points, uint32_t* s, int32_t width, int32_t height, int64_t S) {
     // The first draw gives y, the second x.

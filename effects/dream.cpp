@@ -58,10 +58,8 @@ inline uint32_t blendAyuv(uint32_t D, uint32_t G) {
     return out;
 }
 
-REELFX_CLONES void blendGlare(uint32_t* dst,
-                                                                  const uint32_t* glare,
-                                                                  ptrdiff_t pitch, int32_t width,
-                                                                  int32_t height, bool ayuv) {
+REELFX_CLONES void blendGlare(uint32_t* dst, const uint32_t* glare, ptrdiff_t pitch, int32_t width,
+                              int32_t height, bool ayuv) {
     for (int32_t y = 0; y < height; ++y) {
         uint32_t* d = dst + y * pitch;
         const uint32_t* g = glare + y * pitch;

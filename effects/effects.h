@@ -63,8 +63,8 @@ void renderFade(const FrameContext* ctx, const ParameterBlock* block, uint32_t c
 // applied per frame. A map entry is two int16 (dx, dy) per pixel, laid out
 // like a picture with mapStride bytes per row.
 void BuildPrismMap(uint8_t* map, int32_t mapStride, int32_t width, int32_t height,
-                   int32_t facetCount, double centerRadius, double refraction,
-                   double centerOffsetX, double centerOffsetY);
+                   int32_t facetCount, double centerRadius, double refraction, double centerOffsetX,
+                   double centerOffsetY);
 void ApplyPrismMap(uint32_t* dst, const uint32_t* src, int32_t stride, int32_t width,
                    int32_t height, const uint8_t* map, int32_t mapStride, uint32_t borderColour,
                    uint32_t format);
@@ -77,8 +77,8 @@ void renderBinoculars(uint32_t* dst, const uint32_t* src, int32_t stride, int32_
                       uint32_t format);
 // "Night Vision"
 void renderNightVision(uint32_t* dst, const uint32_t* src, int32_t stride, int32_t width,
-                       int32_t height, double intensity, double redGreenMix,
-                       double brightnessGain, double brightnessBase, uint32_t format);
+                       int32_t height, double intensity, double redGreenMix, double brightnessGain,
+                       double brightnessBase, uint32_t format);
 // "Dream": glare picture in *workBuffer; stores the geometry into the
 // cached fields when there is no buffer.
 void renderDream(uint32_t* dst, const uint32_t* src, uint8_t** workBuffer, int32_t stride,
@@ -90,11 +90,11 @@ void renderCrop(uint32_t* dst, const uint32_t* src, int32_t stride, int32_t widt
                 int32_t top, int32_t right, int32_t bottom, int32_t left, int32_t mode,
                 uint32_t format);
 void renderCropScaleToFit(uint32_t* dst, const uint32_t* src, int32_t stride, int32_t width,
-                          int32_t height, int32_t top, int32_t right, int32_t bottom,
-                          int32_t left, uint32_t format);
+                          int32_t height, int32_t top, int32_t right, int32_t bottom, int32_t left,
+                          uint32_t format);
 void renderCropScaleToFill(uint32_t* dst, const uint32_t* src, int32_t stride, int32_t width,
-                           int32_t height, int32_t top, int32_t right, int32_t bottom,
-                           int32_t left, uint32_t format);
+                           int32_t height, int32_t top, int32_t right, int32_t bottom, int32_t left,
+                           uint32_t format);
 // Tone maps: "Greyscale", "Sepiascale", "Colorscale"
 void renderToneMap(uint32_t* dst, const uint32_t* src, int32_t stride, int32_t width,
                    int32_t height, double progress, double intensity, int32_t profile,
@@ -104,8 +104,8 @@ void renderColorCircleShift(uint32_t* dst, const uint32_t* src, int32_t stride, 
                             int32_t height, double progress, double offset, double period,
                             uint32_t format);
 // "Flip XY": `format` only picks the white painted without a source.
-void renderFlipXY(uint32_t* dst, const uint32_t* src, int32_t stride, int32_t width,
-                  int32_t height, int32_t flipX, int32_t flipY, uint32_t format);
+void renderFlipXY(uint32_t* dst, const uint32_t* src, int32_t stride, int32_t width, int32_t height,
+                  int32_t flipX, int32_t flipY, uint32_t format);
 // "Flood"
 void renderFlood(const FrameContext* ctx, const ParameterBlock* block, uint32_t format);
 // "Stained Glass"

@@ -25,9 +25,7 @@ static_assert((static_cast<unsigned>(RAND_MAX) + 1u) % 32768u == 0,
               "rand() must span a multiple of 32768 values");
 constexpr unsigned kRandDivisor = (static_cast<unsigned>(RAND_MAX) + 1u) / 32768u;
 
-inline int draw() {
-    return static_cast<int>(static_cast<unsigned>(std::rand()) / kRandDivisor);
-}
+inline int draw() { return static_cast<int>(static_cast<unsigned>(std::rand()) / kRandDivisor); }
 
 // Up to this many blocks per side every block of the grid is visited and
 // draws its noise. "Intensity" below -7 asks for finer grids, whose n^2
@@ -37,9 +35,7 @@ inline int draw() {
 // three draws per visited block instead of 3 n^2).
 constexpr int64_t kFullGridBlocks = 1024;
 
-inline int32_t clampChannel(int32_t v) {
-    return std::clamp(v, 0, 255);
-}
+inline int32_t clampChannel(int32_t v) { return std::clamp(v, 0, 255); }
 
 struct Region {
     int64_t cx, cy;
@@ -165,9 +161,11 @@ void renderIncognito(const FrameContext* ctx, const ParameterBlock* block, uint3
     // Region arithmetic is in 64 bits: a huge position or size only moves
     // the region off the picture, it never overflows.
     const int64_t cx =
-        static_cast<int64_t>(truncToInt32(width * paramValue(block, kIncognitoXPosition))) + (width >> 1);
+        static_cast<int64_t>(truncToInt32(width * paramValue(block, kIncognitoXPosition))) +
+        (width >> 1);
     const int64_t cy =
-        static_cast<int64_t>(truncToInt32(height * paramValue(block, kIncognitoYPosition))) + (height >> 1);
+        static_cast<int64_t>(truncToInt32(height * paramValue(block, kIncognitoYPosition))) +
+        (height >> 1);
     const int32_t rw = truncToInt32(width * paramValue(block, kIncognitoXSize));
     const int32_t rh = truncToInt32(height * paramValue(block, kIncognitoYSize));
     const double ox = static_cast<float>(cx - (rw >> 1));

@@ -57,8 +57,8 @@ int32_t runEnd(const uint8_t* entries, int32_t col, int32_t width, uint32_t e) {
         if (_mm_movemask_epi8(_mm_and_si128(a, b)) != 0xFFFF) break;
     }
     for (; x + 4 <= width; x += 4) {
-        const __m128i four =
-            _mm_loadu_si128(reinterpret_cast<const __m128i*>(entries + static_cast<int64_t>(x) * 4));
+        const __m128i four = _mm_loadu_si128(
+            reinterpret_cast<const __m128i*>(entries + static_cast<int64_t>(x) * 4));
         const int same = _mm_movemask_epi8(_mm_cmpeq_epi32(four, want));
         if (same != 0xFFFF) return x + __builtin_ctz(static_cast<unsigned>(~same)) / 4;
     }

@@ -37,9 +37,7 @@ int32_t cellBoundary(int64_t k, float size, int64_t n, int32_t extent) {
     return truncToInt32(static_cast<double>(k) * size);
 }
 
-float brightnessFactor(double value) {
-    return static_cast<float>(value);
-}
+float brightnessFactor(double value) { return static_cast<float>(value); }
 
 float circleScale(float cellWidth, double contrast) {
     return static_cast<float>((static_cast<double>(cellWidth) * contrast) *
@@ -87,8 +85,8 @@ constexpr int64_t kShortSum = 0xFFFFFFFF / 255;
 // empty block opaque black. Cells up to kShortSum pixels sum in 32 bits,
 // which the 32-bit build does in single registers; larger or odd blocks go
 // to the shared block average.
-uint32_t cellAverage(const uint32_t* src, int32_t stride, int32_t width, int32_t height,
-                     int32_t x0, int32_t y0, int32_t x1, int32_t y1) {
+uint32_t cellAverage(const uint32_t* src, int32_t stride, int32_t width, int32_t height, int32_t x0,
+                     int32_t y0, int32_t x1, int32_t y1) {
     if (x0 < 0 || y0 < 0) return blockAverage(src, stride, width, height, x0, y0, x1, y1);
     const int32_t ex = std::min(x1, width - 1);
     const int32_t ey = std::min(y1, height - 1);
@@ -117,7 +115,7 @@ uint32_t cellAverage(const uint32_t* src, int32_t stride, int32_t width, int32_t
 // vector lanes, instead of once per cell in loops a few pixels long.
 struct ColumnSums {
     std::vector<uint32_t> s0, s1, s2;
-    int32_t rows = 0;  // rows summed; 0 when the cell row has none inside the picture
+    int32_t rows = 0;         // rows summed; 0 when the cell row has none inside the picture
     uint32_t divisor = 0;     // the divisor whose reciprocal is below (0: none yet)
     uint64_t reciprocal = 0;  // ceil(2^40 / divisor)
 };
@@ -143,9 +141,8 @@ REELFX_CLONES void sumColumns(const uint32_t* src, ptrdiff_t pitch, int32_t coun
 constexpr uint32_t kReciprocalLimit = 65536;
 static_assert(uint64_t{255} * kReciprocalLimit * kReciprocalLimit < (uint64_t{1} << 40));
 
-uint32_t averageFromColumns(ColumnSums& cs, const uint32_t* src, int32_t stride,
-                            int32_t width, int32_t height, int32_t x0, int32_t top, int32_t x1,
-                            int32_t bottom) {
+uint32_t averageFromColumns(ColumnSums& cs, const uint32_t* src, int32_t stride, int32_t width,
+                            int32_t height, int32_t x0, int32_t top, int32_t x1, int32_t bottom) {
     const int32_t ex = std::min(x1, width - 1);
     if (ex <= x0 || cs.rows <= 0) return 0xFF000000u;
     const int32_t cols = ex - x0;
@@ -186,7 +183,7 @@ struct Spiral {
     std::vector<ptrdiff_t> at;  // dy x pitch + dx, when offsetsFit
     int32_t reach[kSpiralMarks];
     int64_t left = 0, right = 0, up = 0, down = 0;  // extreme offsets
-    bool offsetsFit = false;  // every offset lies within the picture's size
+    bool offsetsFit = false;                        // every offset lies within the picture's size
 };
 
 void buildSpiral(Spiral& s, float cellWidth, const Target& t) {
@@ -445,8 +442,8 @@ void drawSmallDiscs(const Marks& marks, const std::vector<Band>& rows,
         uint8_t* centres = radius.data() + static_cast<size_t>((r.lo + r.hi) >> 1) * across;
         for (const Band& c : cols) {
             if ((r.parities & c.parities) == 0) continue;
-            const int64_t s = marks.size[brightnessKey(cellAverage(
-                marks.src, marks.stride, t.width, t.height, c.lo, r.lo, c.hi, r.hi))];
+            const int64_t s = marks.size[brightnessKey(
+                cellAverage(marks.src, marks.stride, t.width, t.height, c.lo, r.lo, c.hi, r.hi))];
             uint8_t& at = centres[(c.lo + c.hi) >> 1];
             if (s > at) at = static_cast<uint8_t>(s);
         }
@@ -518,8 +515,8 @@ void renderNewsPrint(const FrameContext* ctx, const ParameterBlock* block, uint3
     // cells there are.
     bool anyMark = false;
     for (int32_t key = 0; key < 256; ++key) {
-        marks.size[key] = spirals ? spiralLength(key, brightness, scale)
-                                  : circleRadius(key, brightness, scale);
+        marks.size[key] =
+            spirals ? spiralLength(key, brightness, scale) : circleRadius(key, brightness, scale);
         anyMark = anyMark || marks.size[key] >= 1;
         marks.largeDiscs = marks.largeDiscs || (!spirals && marks.size[key] >= kLargeDisc);
         marks.discOf[key] = -1;
@@ -569,8 +566,8 @@ void renderNewsPrint(const FrameContext* ctx, const ParameterBlock* block, uint3
         }
         for (int64_t c = r & 1; c < n; c += 2) {
             const int32_t left = colEdge[c], right = colEdge[c + 1];
-            const uint32_t average = averageFromColumns(cs, src, ctx->stride, width, height, left,
-                                                        top, right, bottom);
+            const uint32_t average =
+                averageFromColumns(cs, src, ctx->stride, width, height, left, top, right, bottom);
             if (marks.drawKey(brightnessKey(average), left, top, right, bottom)) return;
         }
     }

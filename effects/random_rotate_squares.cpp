@@ -40,16 +40,14 @@ inline __m128i load4(const uint32_t* p) {
     return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
 }
 
-inline void store4(uint32_t* p, __m128i v) {
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v);
-}
+inline void store4(uint32_t* p, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
 
 // A quarter turn (mode 2 clockwise, 6 counter-clockwise) of a square lying
 // wholly inside the picture, four by four words: four source rows are read
 // across and written as four destination rows. Returns the side covered
 // (a multiple of four); the rest is left to the word-by-word loops.
-int64_t quarterTurnBlocks(uint32_t* dst, const uint32_t* src, int64_t pitch, int64_t x0,
-                          int64_t y0, int64_t n, int mode) {
+int64_t quarterTurnBlocks(uint32_t* dst, const uint32_t* src, int64_t pitch, int64_t x0, int64_t y0,
+                          int64_t n, int mode) {
     const int64_t n4 = n & ~int64_t{3};
     const int64_t far = n - 1;
     for (int64_t i = 0; i < n4; i += 4) {
@@ -58,12 +56,14 @@ int64_t quarterTurnBlocks(uint32_t* dst, const uint32_t* src, int64_t pitch, int
             __m128i rows[4], cols[4];
             if (mode == 2) {
                 // Word (i + a, j + b) is source (x0 + i + a, y0 + far - j - b).
-                for (int b = 0; b < 4; ++b) rows[b] = load4(src + (y0 + far - j - b) * pitch + x0 + i);
+                for (int b = 0; b < 4; ++b)
+                    rows[b] = load4(src + (y0 + far - j - b) * pitch + x0 + i);
                 transpose4(rows, cols);
                 for (int a = 0; a < 4; ++a) store4(out + a * pitch + j, cols[a]);
             } else {
                 // Word (i + a, j + b) is source (x0 + far - i - a, y0 + j + b).
-                for (int b = 0; b < 4; ++b) rows[b] = load4(src + (y0 + j + b) * pitch + x0 + far - i - 3);
+                for (int b = 0; b < 4; ++b)
+                    rows[b] = load4(src + (y0 + j + b) * pitch + x0 + far - i - 3);
                 transpose4(rows, cols);
                 for (int a = 0; a < 4; ++a) store4(out + a * pitch + j, cols[3 - a]);
             }
@@ -137,7 +137,6 @@ void turnSquare(uint32_t* dst, const uint32_t* src, int64_t pitch, int64_t width
         }
     }
 }
-
 
 }  // namespace
 

@@ -25,12 +25,9 @@ double intensityProfile(int32_t index, double amount, double position) {
     if (p < 0.0) p = 0.0;
     if (p > 1.0) p = 1.0;
     switch (index) {
-        case 1:
-            return amount * p;
-        case 2:
-            return amount * (1.0 - p);
-        default:
-            break;
+        case 1: return amount * p;
+        case 2: return amount * (1.0 - p);
+        default: break;
     }
     double v = p + p - 1.0;
     if (v < 0.0) v = -v;
@@ -38,9 +35,7 @@ double intensityProfile(int32_t index, double amount, double position) {
     return amount * v;
 }
 
-inline int channel(uint32_t p, int k) {
-    return static_cast<int>((p >> (8 * k)) & 0xFF);
-}
+inline int channel(uint32_t p, int k) { return static_cast<int>((p >> (8 * k)) & 0xFF); }
 
 // The luma (bits 16-23 of the AYUV form) held to 16 ... 235. In ARGB frames
 // only the luma of the full conversion is computed, in the same order of
@@ -101,9 +96,9 @@ inline uint32_t argbShade(uint32_t i, uint32_t kr, uint32_t kg, uint32_t kb) {
 // plain arrays, where it vectorises (AVX2 where the CPU has it). In ARGB
 // frames the shade is worked out in the vector lanes (the scaling colour is
 // `colour`); AYUV frames look it up in `shade`.
-REELFX_CLONES void toneMapRow(
-    const uint32_t* in, uint32_t* out, int32_t width, bool argb, const uint32_t* shade,
-    uint32_t colour, double e, const Bounds& bounds) {
+REELFX_CLONES void toneMapRow(const uint32_t* in, uint32_t* out, int32_t width, bool argb,
+                              const uint32_t* shade, uint32_t colour, double e,
+                              const Bounds& bounds) {
     uint32_t shadeOf[kChunk];
     const uint32_t kr = (colour >> 16) & 0xFF, kg = (colour >> 8) & 0xFF, kb = colour & 0xFF;
     for (int32_t x0 = 0; x0 < width; x0 += kChunk) {

@@ -36,10 +36,12 @@ ParameterInfo colour(int32_t slot, const char* name, double v) {
 
 const std::vector<std::vector<ParameterInfo>>& parameterLists() {
     static const std::vector<std::vector<ParameterInfo>> lists = {
-        {real(0, "Intensity", 0, 1, 0.9), real(1, "Noise", 0, 1, 0), real(2, "X Position", -1, 1, 0),
-         real(3, "Y Position", -1, 1, 0), real(4, "X Size", 0, 1, 0.5), real(5, "Y Size", 0, 1, 0.5),
+        {real(0, "Intensity", 0, 1, 0.9), real(1, "Noise", 0, 1, 0),
+         real(2, "X Position", -1, 1, 0), real(3, "Y Position", -1, 1, 0),
+         real(4, "X Size", 0, 1, 0.5), real(5, "Y Size", 0, 1, 0.5),
          choice(6, "Shape", {"Round", "Squared"}, 1)},
-        {choice(0, "Direction", {"Color To Video", "Video To Color"}, 1), colour(1, "Color", 4278190080.0)},
+        {choice(0, "Direction", {"Color To Video", "Video To Color"}, 1),
+         colour(1, "Color", 4278190080.0)},
         {whole(0, "Top (Pixel)", 0, 576), whole(1, "Right (Pixel)", 0, 720),
          whole(2, "Bottom (Pixel)", 0, 576), whole(3, "Left (Pixel)", 0, 720),
          choice(4, "Mode", {"Crop only", "Crop & Re-Center"}, 0)},
@@ -54,12 +56,31 @@ const std::vector<std::vector<ParameterInfo>>& parameterLists() {
 
 const std::vector<reelfx::EffectInfo>& catalogue() {
     static const std::vector<reelfx::EffectInfo> effects = [] {
-        const char* names[] = {"Aged Film", "Incognito", "Mosaic", "NewsPrint", "Fade To Black",
-                               "Fade To Grey", "Fade To White", "Fade To Sepia", "Fade To Color",
-                               "Multi-Prism Lens", "Random-Rotate Squares", "Binoculars",
-                               "Night Vision", "Dream", "Crop", "Crop Scale To Fit",
-                               "Crop Scale To Fill", "Greyscale", "Sepiascale", "Colorscale",
-                               "Color Circle Shift", "Flip XY", "Flood", "Stained Glass", "Lantern"};
+        const char* names[] = {"Aged Film",
+                               "Incognito",
+                               "Mosaic",
+                               "NewsPrint",
+                               "Fade To Black",
+                               "Fade To Grey",
+                               "Fade To White",
+                               "Fade To Sepia",
+                               "Fade To Color",
+                               "Multi-Prism Lens",
+                               "Random-Rotate Squares",
+                               "Binoculars",
+                               "Night Vision",
+                               "Dream",
+                               "Crop",
+                               "Crop Scale To Fit",
+                               "Crop Scale To Fill",
+                               "Greyscale",
+                               "Sepiascale",
+                               "Colorscale",
+                               "Color Circle Shift",
+                               "Flip XY",
+                               "Flood",
+                               "Stained Glass",
+                               "Lantern"};
         std::vector<reelfx::EffectInfo> out;
         for (int32_t i = 0; i < 25; ++i) out.push_back({i, names[i], "Video Effect", ""});
         return out;
@@ -67,9 +88,7 @@ const std::vector<reelfx::EffectInfo>& catalogue() {
     return effects;
 }
 
-bool isWhole(double v) {
-    return std::isfinite(v) && v == std::trunc(v);
-}
+bool isWhole(double v) { return std::isfinite(v) && v == std::trunc(v); }
 
 // A value accepted for `p` is of its kind and inside its range.
 void expectValueOf(const ParameterInfo& p, double v) {
@@ -79,7 +98,9 @@ void expectValueOf(const ParameterInfo& p, double v) {
             FUZZ_EXPECT(isWhole(v) && v >= 0 && v < static_cast<double>(p.choices.size()));
             break;
         case kParameterKindColour: FUZZ_EXPECT(isWhole(v) && v >= 0 && v <= 4294967295.0); break;
-        case kParameterKindWhole: FUZZ_EXPECT(isWhole(v) && v >= p.minimum && v <= p.maximum); break;
+        case kParameterKindWhole:
+            FUZZ_EXPECT(isWhole(v) && v >= p.minimum && v <= p.maximum);
+            break;
         default: FUZZ_EXPECT(v >= p.minimum && v <= p.maximum); break;
     }
 }
@@ -130,21 +151,26 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const auto& params = lists[in.ConsumeIntegralInRange<size_t>(0, lists.size() - 1)];
     const std::string text = in.ConsumeRandomLengthString(256);
     switch (which) {
-        case 0: usage([&] { expectSetting(params, tool::parseSetting("Effect", params, text), in); }); break;
+        case 0:
+            usage([&] { expectSetting(params, tool::parseSetting("Effect", params, text), in); });
+            break;
         case 1:
             usage([&] {
                 std::vector<std::string> all{text};
-                while (in.remaining_bytes() > 0 && all.size() < 8) all.push_back(in.ConsumeRandomLengthString(64));
+                while (in.remaining_bytes() > 0 && all.size() < 8)
+                    all.push_back(in.ConsumeRandomLengthString(64));
                 const auto settings = tool::parseSettings("Effect", params, all);
                 FUZZ_EXPECT(settings.size() == all.size());
                 for (size_t i = 0; i < settings.size(); ++i) {
-                    for (size_t j = 0; j < i; ++j) FUZZ_EXPECT(settings[i].slot != settings[j].slot);
+                    for (size_t j = 0; j < i; ++j)
+                        FUZZ_EXPECT(settings[i].slot != settings[j].slot);
                     expectSetting(params, settings[i], in);
                 }
             });
             break;
         case 2: {
-            const ParameterInfo& p = params[in.ConsumeIntegralInRange<size_t>(0, params.size() - 1)];
+            const ParameterInfo& p =
+                params[in.ConsumeIntegralInRange<size_t>(0, params.size() - 1)];
             usage([&] { expectValueOf(p, tool::parseValue(p, text)); });
             const std::string shown = tool::describeValue(p, fuzz::pickDouble(in));
             FUZZ_EXPECT(!shown.empty());

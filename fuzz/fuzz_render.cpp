@@ -115,7 +115,8 @@ Active activeRect(int32_t W, int32_t H, double A, double D) {
 // ---- choosing what the host hands over --------------------------------------
 
 int32_t pickEffect(FuzzedDataProvider& in) {
-    if (in.ConsumeIntegralInRange<int>(0, 15) != 15) return in.ConsumeIntegralInRange<int32_t>(0, 24);
+    if (in.ConsumeIntegralInRange<int>(0, 15) != 15)
+        return in.ConsumeIntegralInRange<int32_t>(0, 24);
     static const int32_t kOutside[] = {25, 26, 30, 255, -1, INT32_MIN, INT32_MAX};
     return kOutside[in.ConsumeIntegralInRange<size_t>(0, std::size(kOutside) - 1)];
 }
@@ -142,8 +143,8 @@ double pickAspect(FuzzedDataProvider& in, int32_t W, int32_t H) {
 void pickSize(FuzzedDataProvider& in, int32_t& W, int32_t& H) {
     static const int32_t kTelevision[][2] = {
         {720, 576}, {720, 480}, {480, 576}, {480, 480}, {480, 360}, {1920, 1080}, {1280, 720},
-        {352, 288}, {149, 90}, {150, 90}, {120, 90}, {128, 72}, {100, 70}, {64, 48},
-        {700, 500}, {8, 2}, {1, 1}, {2048, 1}, {1, 2048}, {2048, 2048}};
+        {352, 288}, {149, 90},  {150, 90},  {120, 90},  {128, 72},  {100, 70},    {64, 48},
+        {700, 500}, {8, 2},     {1, 1},     {2048, 1},  {1, 2048},  {2048, 2048}};
     const int kind = in.ConsumeIntegralInRange<int>(0, 63);
     if (kind < 58) {
         W = in.ConsumeIntegralInRange<int32_t>(1, kind < 48 ? 40 : 256);
@@ -152,7 +153,8 @@ void pickSize(FuzzedDataProvider& in, int32_t& W, int32_t& H) {
         W = in.ConsumeIntegralInRange<int32_t>(-2, 0);
         H = in.ConsumeIntegralInRange<int32_t>(-2, 3);
     } else if (kind < 63) {
-        const auto& s = kTelevision[in.ConsumeIntegralInRange<size_t>(0, std::size(kTelevision) - 1)];
+        const auto& s =
+            kTelevision[in.ConsumeIntegralInRange<size_t>(0, std::size(kTelevision) - 1)];
         W = s[0];
         H = s[1];
     } else {
@@ -180,8 +182,8 @@ void setGeometry(Session& s, Slot& slot) {
     slot.src.fill(in.ConsumeIntegral<uint16_t>(), in.ConsumeIntegralInRange<int>(0, 4));
 
     Records& r = *slot.rec;
-    r.target.format = in.ConsumeBool() ? kHostFormatAyuv
-                                       : (in.ConsumeBool() ? 0 : in.ConsumeIntegral<int32_t>());
+    r.target.format =
+        in.ConsumeBool() ? kHostFormatAyuv : (in.ConsumeBool() ? 0 : in.ConsumeIntegral<int32_t>());
     r.target.width = W;
     r.target.height = H;
     r.target.stride = S;
@@ -198,20 +200,20 @@ void setGeometry(Session& s, Slot& slot) {
         r.source.height = H;
         r.source.stride = S;
     }
-    r.source.pixels = slot.sourceMode == SourceMode::InPlace ? slot.dst.pixels()
+    r.source.pixels = slot.sourceMode == SourceMode::InPlace    ? slot.dst.pixels()
                       : slot.sourceMode == SourceMode::NoPixels ? nullptr
                                                                 : slot.src.pixels();
 }
 
 void pickSourceMode(FuzzedDataProvider& in, Slot& slot) {
     const int m = in.ConsumeIntegralInRange<int>(0, 11);
-    slot.sourceMode = m == 9 ? SourceMode::NoFrame
+    slot.sourceMode = m == 9    ? SourceMode::NoFrame
                       : m == 10 ? SourceMode::NoPixels
                       : m == 11 ? SourceMode::InPlace
-                               : SourceMode::Own;
+                                : SourceMode::Own;
     Records& r = *slot.rec;
     r.state.sourceFrame = slot.sourceMode == SourceMode::NoFrame ? nullptr : &r.source;
-    r.source.pixels = slot.sourceMode == SourceMode::InPlace ? slot.dst.pixels()
+    r.source.pixels = slot.sourceMode == SourceMode::InPlace    ? slot.dst.pixels()
                       : slot.sourceMode == SourceMode::NoPixels ? nullptr
                                                                 : slot.src.pixels();
 }
@@ -224,8 +226,10 @@ void pickAspects(FuzzedDataProvider& in, Slot& slot) {
     r.state.pictureAspect = pickAspect(in, W, H);
     static const int32_t kPresets[] = {0, 1, 2, 3, 4, -1, INT32_MIN};
     r.block.aspectPreset = kPresets[in.ConsumeIntegralInRange<size_t>(0, std::size(kPresets) - 1)];
-    r.block.aspectFitting = in.ConsumeBool() ? 0 : (in.ConsumeBool() ? 1 : in.ConsumeIntegral<uint8_t>());
-    r.block.aspectFitMode = in.ConsumeBool() ? 0 : (in.ConsumeBool() ? 1 : in.ConsumeIntegral<int32_t>());
+    r.block.aspectFitting =
+        in.ConsumeBool() ? 0 : (in.ConsumeBool() ? 1 : in.ConsumeIntegral<uint8_t>());
+    r.block.aspectFitMode =
+        in.ConsumeBool() ? 0 : (in.ConsumeBool() ? 1 : in.ConsumeIntegral<int32_t>());
 }
 
 double pickProgress(FuzzedDataProvider& in) {
@@ -283,7 +287,8 @@ bool tracing() {
 intptr_t call(Records& r, int32_t effect, int32_t command) {
     if (tracing()) {
         const HostFrame& t = r.target;
-        std::fprintf(stderr, "call effect %d command %d: %dx%d stride %d format %d, D %g A %g "
+        std::fprintf(stderr,
+                     "call effect %d command %d: %dx%d stride %d format %d, D %g A %g "
                      "fit %d/%d/%d, progress %g, P = %g %g %g %g %g %g %g\n",
                      effect, command, t.width, t.height, t.stride, t.format, r.displayAspect,
                      r.state.pictureAspect, r.block.aspectFitting, r.block.aspectFitMode,
@@ -297,14 +302,15 @@ intptr_t call(Records& r, int32_t effect, int32_t command) {
 
 void catalogue(Session& s) {
     static const int32_t kIndices[] = {-1, 25, 26, INT32_MIN, INT32_MAX, 1000};
-    const int32_t index = s.in.ConsumeBool()
-                              ? s.in.ConsumeIntegralInRange<int32_t>(0, 24)
-                              : (s.in.ConsumeBool() ? kIndices[s.in.ConsumeIntegralInRange<size_t>(0, 5)]
-                                                    : s.in.ConsumeIntegral<int32_t>());
+    const int32_t index =
+        s.in.ConsumeBool()
+            ? s.in.ConsumeIntegralInRange<int32_t>(0, 24)
+            : (s.in.ConsumeBool() ? kIndices[s.in.ConsumeIntegralInRange<size_t>(0, 5)]
+                                  : s.in.ConsumeIntegral<int32_t>());
     Snapshot snap;
     takeSnapshot(s, snap);
-    const auto* d = reinterpret_cast<const EffectDescriptor*>(
-        xqPluginCall(s.in.ConsumeBool() ? nullptr : &s.slots[0].rec->block, index, kCommandCatalogue));
+    const auto* d = reinterpret_cast<const EffectDescriptor*>(xqPluginCall(
+        s.in.ConsumeBool() ? nullptr : &s.slots[0].rec->block, index, kCommandCatalogue));
     expectUntouched(s, snap, -1);
     if (index < 0 || index >= kEffectCount) {
         FUZZ_EXPECT(d == nullptr, index);
@@ -316,7 +322,8 @@ void catalogue(Session& s) {
     FUZZ_EXPECT(std::memchr(d->category, 0, sizeof d->category) != nullptr, index);
     FUZZ_EXPECT(std::memchr(d->tags, 0, sizeof d->tags) != nullptr, index);
     FUZZ_EXPECT(index == kEffectCount - 1 ? d->next == nullptr
-                                          : d->next && d->next->index == uint32_t(index) + 1, index);
+                                          : d->next && d->next->index == uint32_t(index) + 1,
+                index);
 }
 
 void unknownCommand(Session& s, Slot& slot) {
@@ -354,8 +361,9 @@ void create(Session& s, Slot& slot) {
     if (slot.rec->block.instance) destroy(s, slot);
     Records& r = *slot.rec;
     slot.effect = pickEffect(in);
-    static const int32_t kOdd[][2] = {{0, 0}, {-1, 576}, {720, -5}, {INT32_MAX, INT32_MAX},
-                                      {INT32_MIN, 2}, {65536, 65536}, {46341, 46341}};
+    static const int32_t kOdd[][2] = {
+        {0, 0},         {-1, 576},      {720, -5},     {INT32_MAX, INT32_MAX},
+        {INT32_MIN, 2}, {65536, 65536}, {46341, 46341}};
     if (!in.ConsumeBool()) {
         r.block.frameWidth = r.target.width;
         r.block.frameHeight = r.target.height;
@@ -379,7 +387,8 @@ void create(Session& s, Slot& slot) {
     if (withState) {
         FUZZ_EXPECT(r.state.cleared00 == 0 && r.state.cleared38 == 0 && r.state.cleared40 == 0);
         expected.state.cleared00 = expected.state.cleared38 = expected.state.cleared40 = 0;
-        const int declared = slot.effect >= 0 && slot.effect < kEffectCount ? kDeclared[slot.effect] : 0;
+        const int declared =
+            slot.effect >= 0 && slot.effect < kEffectCount ? kDeclared[slot.effect] : 0;
         for (int j = 0; j < declared; ++j) {
             const ParameterDescriptor& p = r.state.parameters.slot[j];
             FUZZ_EXPECT(p.valid == 1 && p.name != nullptr && p.name[0] != '\0', slot.effect, j);
@@ -387,7 +396,8 @@ void create(Session& s, Slot& slot) {
             FUZZ_EXPECT((p.kind == 2) == (p.choices != nullptr), slot.effect, j);
             FUZZ_EXPECT(p.kind != 2 || choiceListEnds(p.choices), slot.effect, j);
             // The module owns the record up to `valid`; the bytes after it are the host's.
-            std::memcpy(&expected.state.parameters.slot[j], &p, offsetof(ParameterDescriptor, valid) + 1);
+            std::memcpy(&expected.state.parameters.slot[j], &p,
+                        offsetof(ParameterDescriptor, valid) + 1);
         }
     }
     expectUntouched(s, snap, -1);
@@ -397,7 +407,8 @@ void create(Session& s, Slot& slot) {
 
 // Which target bytes a render may change and to what, checked against the
 // snapshot taken before it.
-FUZZ_UNCOUNTED void expectTarget(const Slot& slot, const std::vector<uint8_t>& before, bool drawn, double A, double D) {
+FUZZ_UNCOUNTED void expectTarget(const Slot& slot, const std::vector<uint8_t>& before, bool drawn,
+                                 double A, double D) {
     const GuardedPicture& dst = slot.dst;
     const std::vector<uint8_t>& after = dst.bytes();
     if (!drawn) {
@@ -423,7 +434,8 @@ FUZZ_UNCOUNTED void expectTarget(const Slot& slot, const std::vector<uint8_t>& b
         auto outside = [&](int32_t x0, int32_t x1) __attribute__((no_sanitize("coverage"))) {
             if (x0 >= x1) return;
             if (!a.painted) {
-                FUZZ_EXPECT(std::memcmp(was + 4 * x0, now + 4 * x0, 4 * size_t(x1 - x0)) == 0, x0, y);
+                FUZZ_EXPECT(std::memcmp(was + 4 * x0, now + 4 * x0, 4 * size_t(x1 - x0)) == 0, x0,
+                            y);
                 return;
             }
             for (int32_t x = x0; x < x1; ++x) {
@@ -542,7 +554,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         switch (in.ConsumeIntegralInRange<int>(0, 11)) {
             case 8: catalogue(s); break;
             case 9: unknownCommand(s, slot); break;
-            case 10: case 11: create(s, slot); break;
+            case 10:
+            case 11: create(s, slot); break;
             case 7: destroy(s, slot); break;
             default:
                 // A render before any create is a host mistake the entry refuses.

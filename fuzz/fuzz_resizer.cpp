@@ -27,8 +27,10 @@ constexpr int64_t kPixelBudget = int64_t{1} << 18;
 
 uint32_t pickFourCC(FuzzedDataProvider& in) {
     switch (in.ConsumeIntegralInRange<int>(0, 4)) {
-        case 0: case 1: return kArgb;
-        case 2: case 3: return kAyuv;
+        case 0:
+        case 1: return kArgb;
+        case 2:
+        case 3: return kAyuv;
         default: return in.ConsumeIntegral<uint32_t>();
     }
 }
@@ -43,7 +45,8 @@ void pickSize(FuzzedDataProvider& in, int32_t& w, int32_t& h) {
             w = in.ConsumeIntegralInRange<int32_t>(1, 2048);
             h = in.ConsumeIntegralInRange<int32_t>(1, 2048);
             return;
-        case 2: case 3:  // the colour blocks the module scales
+        case 2:
+        case 3:  // the colour blocks the module scales
             w = in.ConsumeBool() ? 4 : 2;
             h = 2;
             return;
@@ -54,13 +57,9 @@ void pickSize(FuzzedDataProvider& in, int32_t& w, int32_t& h) {
     }
 }
 
-int64_t area(int32_t w, int32_t h) {
-    return w > 0 && h > 0 ? int64_t{w} * h : 0;
-}
+int64_t area(int32_t w, int32_t h) { return w > 0 && h > 0 ? int64_t{w} * h : 0; }
 
-uint8_t channel(uint32_t p, int k) {
-    return static_cast<uint8_t>(p >> (8 * k));
-}
+uint8_t channel(uint32_t p, int k) { return static_cast<uint8_t>(p >> (8 * k)); }
 
 // Nothing but the destination rows changes, and the pixels written hold
 // what the module relies on.
@@ -71,7 +70,8 @@ FUZZ_UNCOUNTED void checkDestination(const GuardedPicture& src, const GuardedPic
     const int32_t dstStride = dst.stride();
     const std::vector<uint8_t>& after = dst.bytes();
     std::vector<uint8_t> pixel(after.size(), 0);
-    for (int32_t y = 0; y < dh; ++y) std::memset(pixel.data() + dst.offsetOf(0, y), 1, size_t(dw) * 4);
+    for (int32_t y = 0; y < dh; ++y)
+        std::memset(pixel.data() + dst.offsetOf(0, y), 1, size_t(dw) * 4);
     for (size_t i = 0; i < after.size(); ++i) {
         FUZZ_EXPECT(pixel[i] || after[i] == dstBefore[i], static_cast<long>(i));
     }
@@ -120,7 +120,8 @@ FUZZ_UNCOUNTED void checkDestination(const GuardedPicture& src, const GuardedPic
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzedDataProvider in(data, size);
-    const uint32_t flags = in.ConsumeBool() ? 0u : (in.ConsumeBool() ? 0x100u : in.ConsumeIntegral<uint32_t>());
+    const uint32_t flags =
+        in.ConsumeBool() ? 0u : (in.ConsumeBool() ? 0x100u : in.ConsumeIntegral<uint32_t>());
     const uint32_t srcFourCC = pickFourCC(in);
     const uint32_t dstFourCC = pickFourCC(in);
     int32_t sw = 0, sh = 0, dw = 0, dh = 0;
@@ -163,7 +164,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     FUZZ_EXPECT(src.bytes() == srcBefore);
     const bool written = srcPixels && dstPixels && !dst.empty() && !src.empty();
-    FUZZ_EXPECT(result == (!srcPixels || !dstPixels ? -1 : dst.empty() ? 0 : src.empty() ? -1 : 0),
+    FUZZ_EXPECT(result == (!srcPixels || !dstPixels ? -1
+                           : dst.empty()            ? 0
+                           : src.empty()            ? -1
+                                                    : 0),
                 result);
     if (!written) {
         FUZZ_EXPECT(dst.bytes() == dstBefore);

@@ -26,8 +26,8 @@ namespace fuzz {
     std::fprintf(stderr, "fuzz check failed: %s (%ld, %ld)\n", what, a, b);
     std::abort();
 }
-#define FUZZ_EXPECT(cond, ...) \
-    do {                       \
+#define FUZZ_EXPECT(cond, ...)                                       \
+    do {                                                             \
         if (!(cond)) ::fuzz::fail(#cond __VA_OPT__(, ) __VA_ARGS__); \
     } while (0)
 
@@ -40,8 +40,8 @@ inline int32_t truncX86(double v) {
 
 // Pixels of a picture from a seed: noise, gradients, a uniform colour (the
 // scaler's short cut), a few flat blocks, or extreme alphas.
-FUZZ_UNCOUNTED inline void fillPixels(uint8_t* origin, int32_t width, int32_t height, int32_t stride,
-                       uint32_t seed, int kind) {
+FUZZ_UNCOUNTED inline void fillPixels(uint8_t* origin, int32_t width, int32_t height,
+                                      int32_t stride, uint32_t seed, int kind) {
     uint32_t s = seed * 2654435761u + 0x9E3779B9u;
     auto next = [&s] {
         s ^= s << 13;
@@ -56,8 +56,10 @@ FUZZ_UNCOUNTED inline void fillPixels(uint8_t* origin, int32_t width, int32_t he
             uint32_t p = 0;
             switch (kind % 5) {
                 case 0: p = next(); break;
-                case 1: p = 0xFF000000u | ((x * 7u + seed) & 0xFF) << 16 | ((y * 5u) & 0xFF) << 8 |
-                            ((x + y) & 0xFF); break;
+                case 1:
+                    p = 0xFF000000u | ((x * 7u + seed) & 0xFF) << 16 | ((y * 5u) & 0xFF) << 8 |
+                        ((x + y) & 0xFF);
+                    break;
                 case 2: p = palette[0]; break;
                 case 3: p = palette[((x >> 3) + (y >> 2)) & 3]; break;
                 default: p = (next() & 0x00FFFFFFu) | ((x + y) & 1 ? 0xFF000000u : 0u); break;
@@ -84,7 +86,8 @@ public:
         const int64_t high = std::max<int64_t>(0, last) + rowBytes;
         bytes_.resize(static_cast<size_t>(high - low) + 2 * kGuardBytes);
         uint8_t* b = bytes_.data();
-        for (size_t i = 0, n = bytes_.size(); i < n; ++i) b[i] = static_cast<uint8_t>(0xA5 ^ (i * 29));
+        for (size_t i = 0, n = bytes_.size(); i < n; ++i)
+            b[i] = static_cast<uint8_t>(0xA5 ^ (i * 29));
         origin_ = static_cast<ptrdiff_t>(kGuardBytes - low);
     }
 
@@ -119,7 +122,8 @@ public:
     FUZZ_UNCOUNTED void poisonOutside() {
         ASAN_POISON_MEMORY_REGION(bytes_.data(), bytes_.size());
         for (int32_t y = 0; !empty() && y < height_; ++y) {
-            ASAN_UNPOISON_MEMORY_REGION(bytes_.data() + offsetOf(0, y), static_cast<size_t>(width_) * 4);
+            ASAN_UNPOISON_MEMORY_REGION(bytes_.data() + offsetOf(0, y),
+                                        static_cast<size_t>(width_) * 4);
         }
     }
     void unpoison() { ASAN_UNPOISON_MEMORY_REGION(bytes_.data(), bytes_.size()); }
@@ -137,7 +141,10 @@ private:
 inline int32_t pickStride(FuzzedDataProvider& in, int32_t width) {
     const int32_t row = width * 4;
     switch (in.ConsumeIntegralInRange<int>(0, 9)) {
-        case 0: case 1: case 2: case 3: return row;
+        case 0:
+        case 1:
+        case 2:
+        case 3: return row;
         case 4: return row + 4 * in.ConsumeIntegralInRange<int32_t>(1, 64);
         case 5: return row + in.ConsumeIntegralInRange<int32_t>(1, 3);
         case 6: return row - 4 * in.ConsumeIntegralInRange<int32_t>(1, std::max(1, width));
@@ -151,13 +158,42 @@ inline int32_t pickStride(FuzzedDataProvider& in, int32_t width) {
 // denormals, values beyond 32 and 64 bits, halves.
 inline double pickSpecialDouble(FuzzedDataProvider& in) {
     static constexpr double kInf = std::numeric_limits<double>::infinity();
-    static const double kValues[] = {
-        std::numeric_limits<double>::quiet_NaN(), -std::numeric_limits<double>::quiet_NaN(),
-        kInf, -kInf, 1e308, -1e308, std::numeric_limits<double>::max(),
-        std::numeric_limits<double>::lowest(), 0.0, -0.0, 5e-324, -5e-324, 1e-300, 0.5, -0.5,
-        1.5, 2.5, 6.5, 0.999999, 1.000001, 4294967295.0, 4278190080.0, 4294967296.0,
-        2147483647.0, 2147483648.0, -2147483648.0, -2147483649.0, 9.3e18, -9.3e18, 1e10, -1e10,
-        255.5, 1000.0, -1000.0, 100.0, 99.9};
+    static const double kValues[] = {std::numeric_limits<double>::quiet_NaN(),
+                                     -std::numeric_limits<double>::quiet_NaN(),
+                                     kInf,
+                                     -kInf,
+                                     1e308,
+                                     -1e308,
+                                     std::numeric_limits<double>::max(),
+                                     std::numeric_limits<double>::lowest(),
+                                     0.0,
+                                     -0.0,
+                                     5e-324,
+                                     -5e-324,
+                                     1e-300,
+                                     0.5,
+                                     -0.5,
+                                     1.5,
+                                     2.5,
+                                     6.5,
+                                     0.999999,
+                                     1.000001,
+                                     4294967295.0,
+                                     4278190080.0,
+                                     4294967296.0,
+                                     2147483647.0,
+                                     2147483648.0,
+                                     -2147483648.0,
+                                     -2147483649.0,
+                                     9.3e18,
+                                     -9.3e18,
+                                     1e10,
+                                     -1e10,
+                                     255.5,
+                                     1000.0,
+                                     -1000.0,
+                                     100.0,
+                                     99.9};
     return kValues[in.ConsumeIntegralInRange<size_t>(0, std::size(kValues) - 1)];
 }
 

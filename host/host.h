@@ -70,8 +70,8 @@ bool effectCallsSerialised(int32_t effectIndex);
 struct ParameterInfo {
     int32_t index = 0;  // slot j
     std::string name;
-    int32_t kind = 0;   // 1 real, 2 choice, 3 colour, 8 whole number
-    double value = 0;   // current value
+    int32_t kind = 0;  // 1 real, 2 choice, 3 colour, 8 whole number
+    double value = 0;  // current value
     double minimum = 0;
     double maximum = 0;
     double initial = 0;  // value written at creation

@@ -10,8 +10,9 @@
 // 8K frame is 33 million pixels of up to 255) averages without overflow; for
 // blocks whose 32-bit sums would not overflow the result is the same.
 
-REELFX_CLONES uint32_t blockAverage(const uint32_t* base, int32_t stride, int32_t width, int32_t height,
-                      int32_t x0, int32_t y0, int32_t x1, int32_t y1) {
+REELFX_CLONES uint32_t blockAverage(const uint32_t* base, int32_t stride, int32_t width,
+                                    int32_t height, int32_t x0, int32_t y0, int32_t x1,
+                                    int32_t y1) {
     // The clamped corners and their differences are held in 64 bits: corners
     // anywhere in the 32-bit range (and a width or height of INT32_MIN) can
     // neither overflow the subtraction nor the product.

@@ -22,5 +22,5 @@ void fillRect(uint32_t* base, int32_t stride, int32_t width, int32_t height, uin
 
 // Bresenham line from (x0, y0) to (x1, y1), both ends drawn; only points
 // inside the picture are written.
-void drawLine(uint32_t* base, int32_t stride, int32_t width, int32_t height, int32_t x0,
-              int32_t y0, int32_t x1, int32_t y1, uint32_t colour);
+void drawLine(uint32_t* base, int32_t stride, int32_t width, int32_t height, int32_t x0, int32_t y0,
+              int32_t x1, int32_t y1, uint32_t colour);

@@ -8,13 +8,9 @@ inline int channel(uint32_t p, int k) { return static_cast<int>((p >> (8 * k)) &
 
 }  // namespace
 
-uint32_t argbToAyuv(uint32_t p) {
-    return argbToAyuvInline(p);
-}
+uint32_t argbToAyuv(uint32_t p) { return argbToAyuvInline(p); }
 
-uint32_t ayuvToArgb(uint32_t p) {
-    return ayuvToArgbInline(p);
-}
+uint32_t ayuvToArgb(uint32_t p) { return ayuvToArgbInline(p); }
 
 uint32_t frameToArgb(uint32_t p, uint32_t format) {
     return format == kFourccAyuv ? ayuvToArgb(p) : p;

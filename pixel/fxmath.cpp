@@ -157,11 +157,10 @@ int reduce(double x, DD* r) {
 double sinKernel(DD r) {
     const double x = r.hi;
     const double z = x * x;
-    constexpr double s3 = -1.0 / 6.0, s5 = 1.0 / 120.0, s7 = -1.0 / 5040.0,
-                     s9 = 1.0 / 362880.0, s11 = -1.0 / 39916800.0, s13 = 1.0 / 6227020800.0,
+    constexpr double s3 = -1.0 / 6.0, s5 = 1.0 / 120.0, s7 = -1.0 / 5040.0, s9 = 1.0 / 362880.0,
+                     s11 = -1.0 / 39916800.0, s13 = 1.0 / 6227020800.0,
                      s15 = -1.0 / 1307674368000.0, s17 = 1.0 / 355687428096000.0;
-    const double p =
-        s5 + z * (s7 + z * (s9 + z * (s11 + z * (s13 + z * (s15 + z * s17)))));
+    const double p = s5 + z * (s7 + z * (s9 + z * (s11 + z * (s13 + z * (s15 + z * s17)))));
     // x + x^3 (s3 + z p) + lo (1 - z / 2): the small terms first.
     const double tail = (z * x) * (s3 + z * p);
     return x + (tail + r.lo * (1.0 - 0.5 * z));
@@ -171,12 +170,12 @@ double sinKernel(DD r) {
 double cosKernel(DD r) {
     const double x = r.hi;
     const double z = x * x;
-    constexpr double c4 = 1.0 / 24.0, c6 = -1.0 / 720.0, c8 = 1.0 / 40320.0,
-                     c10 = -1.0 / 3628800.0, c12 = 1.0 / 479001600.0,
-                     c14 = -1.0 / 87178291200.0, c16 = 1.0 / 20922789888000.0,
-                     c18 = -1.0 / 6402373705728000.0;
+    constexpr double c4 = 1.0 / 24.0, c6 = -1.0 / 720.0, c8 = 1.0 / 40320.0, c10 = -1.0 / 3628800.0,
+                     c12 = 1.0 / 479001600.0, c14 = -1.0 / 87178291200.0,
+                     c16 = 1.0 / 20922789888000.0, c18 = -1.0 / 6402373705728000.0;
     const double q =
-        z * z * (c4 + z * (c6 + z * (c8 + z * (c10 + z * (c12 + z * (c14 + z * (c16 + z * c18)))))));
+        z * z *
+        (c4 + z * (c6 + z * (c8 + z * (c10 + z * (c12 + z * (c14 + z * (c16 + z * c18)))))));
     const double hz = 0.5 * z;
     const double w = 1.0 - hz;
     // 1 - z/2 carried exactly: (1 - w) - hz recovers what the subtraction lost.

@@ -26,9 +26,5 @@ inline int32_t truncToInt64Low32(double v) {
 // Truncate toward zero a value that the caller's arithmetic keeps well inside
 // the 32-bit range (sums and products of byte values): a plain conversion,
 // which the compiler can vectorise, where truncToInt32 guards every input.
-inline int32_t truncBounded(double v) {
-    return static_cast<int32_t>(v);
-}
-inline int32_t truncBounded(float v) {
-    return static_cast<int32_t>(v);
-}
+inline int32_t truncBounded(double v) { return static_cast<int32_t>(v); }
+inline int32_t truncBounded(float v) { return static_cast<int32_t>(v); }

@@ -17,7 +17,8 @@
 inline constexpr uint32_t kResizerBlend = 0x100;
 
 extern "C" REELFX_RESIZER_API int32_t Resizer(uint32_t flags, uint32_t srcFourCC, const void* src,
-                                              int32_t srcStride, int32_t srcWidth, int32_t srcHeight,
-                                              uint32_t dstFourCC, void* dst, int32_t dstStride,
-                                              int32_t dstWidth, int32_t dstHeight, int32_t reserved,
+                                              int32_t srcStride, int32_t srcWidth,
+                                              int32_t srcHeight, uint32_t dstFourCC, void* dst,
+                                              int32_t dstStride, int32_t dstWidth,
+                                              int32_t dstHeight, int32_t reserved,
                                               int32_t resampleMode);

@@ -44,12 +44,14 @@ constexpr CatalogueTable kEntries = [] {
     t[kEffectLantern] = {"Lantern", ""};
     return t;
 }();
-static_assert(std::ranges::all_of(kEntries, [](const CatalogueEntry& e) { return e.name != nullptr; }),
+static_assert(std::ranges::all_of(kEntries,
+                                  [](const CatalogueEntry& e) { return e.name != nullptr; }),
               "every effect has its name");
 
 // Theme names the tags draw from; kept for hosts that list themes, unused here.
 [[maybe_unused]] constexpr const char* kThemes[9] = {
-    "", "Autumn", "Birthday Party", "Christmas", "Graduation", "Spring", "Summer", "Wedding", "Winter",
+    "",       "Autumn", "Birthday Party", "Christmas", "Graduation",
+    "Spring", "Summer", "Wedding",        "Winter",
 };
 
 // Zero-initialised static storage: bytes no text reaches stay zero forever.

@@ -176,8 +176,8 @@ void route(uint32_t effectIndex, PluginInstance* inst, const FrameContext& ctx,
             break;
         case kEffectMultiPrismLens:
             if (upkeepPrismMap(inst, ctx, block)) {
-                ApplyPrismMap(dst, src, s, w, h, inst->workBuffer, inst->cachedStride,
-                              0xFF000000u, fmt);
+                ApplyPrismMap(dst, src, s, w, h, inst->workBuffer, inst->cachedStride, 0xFF000000u,
+                              fmt);
             }
             break;
         case kEffectRandomRotateSquares:
@@ -295,15 +295,10 @@ extern "C" __attribute__((visibility("default"))) intptr_t xqPluginCall(PluginCa
                                                                         int32_t effectIndex,
                                                                         int32_t command) {
     switch (command) {
-        case kCommandCatalogue:
-            return reinterpret_cast<intptr_t>(queryCatalogue(effectIndex));
-        case kCommandCreate:
-            return block ? create(block, static_cast<uint32_t>(effectIndex)) : 0;
-        case kCommandDestroy:
-            return block ? destroy(block) : 0;
-        case kCommandRender:
-            return block ? render(block, static_cast<uint32_t>(effectIndex)) : 1;
-        default:
-            return 0;
+        case kCommandCatalogue: return reinterpret_cast<intptr_t>(queryCatalogue(effectIndex));
+        case kCommandCreate: return block ? create(block, static_cast<uint32_t>(effectIndex)) : 0;
+        case kCommandDestroy: return block ? destroy(block) : 0;
+        case kCommandRender: return block ? render(block, static_cast<uint32_t>(effectIndex)) : 1;
+        default: return 0;
     }
 }

@@ -2,8 +2,8 @@
 
 #include <cstddef>
 
-#include "plugin/host_records.h"
 #include "pixel/numeric.h"
+#include "plugin/host_records.h"
 
 namespace {
 

@@ -37,25 +37,25 @@ inline constexpr int32_t kHostFormatAyuv = 3;
 // A host-side picture description.
 struct HostFrame {
     uint8_t reserved00[8];
-    int32_t format;   // 3 = AYUV, anything else = ARGB
-    int32_t width;    // pixels per row
-    int32_t height;   // rows
-    int32_t stride;   // bytes from one row to the next
-    uint32_t* pixels; // top-left pixel
+    int32_t format;    // 3 = AYUV, anything else = ARGB
+    int32_t width;     // pixels per row
+    int32_t height;    // rows
+    int32_t stride;    // bytes from one row to the next
+    uint32_t* pixels;  // top-left pixel
 };
 
 // One declared parameter. The host keeps the parameter's current value in
 // `value`; renderers read it through paramValue()/paramInt() below.
 struct ParameterDescriptor {
     const char* name;
-    int32_t kind;         // 1 real, 2 choice, 3 colour, 8 whole number
+    int32_t kind;  // 1 real, 2 choice, 3 colour, 8 whole number
     double value;
     double minimum;
     double maximum;
-    double defaultValue;  // kind 2: always 0.0
-    const char* choices;  // kind 2: packed list ("A\0B\0\0"), otherwise null
-    int32_t choiceFlag;   // -1 for kind 2, 0 otherwise
-    uint8_t valid;        // always 1
+    double defaultValue;    // kind 2: always 0.0
+    const char* choices;    // kind 2: packed list ("A\0B\0\0"), otherwise null
+    int32_t choiceFlag;     // -1 for kind 2, 0 otherwise
+    uint8_t valid;          // always 1
     uint8_t reserved49[7];  // host-owned, never written by the module
 };
 
@@ -77,40 +77,40 @@ struct ParameterBlock {
 
 // Per-instance host state.
 struct EffectState {
-    uint32_t cleared00;          // set to 0 on create
-    HostFrame* sourceFrame;      // input picture
+    uint32_t cleared00;      // set to 0 on create
+    HostFrame* sourceFrame;  // input picture
     uintptr_t reserved08;
-    HostFrame* targetFrame;      // output picture
-    double pictureAspect;        // used when fitting is on without a preset
+    HostFrame* targetFrame;  // output picture
+    double pictureAspect;    // used when fitting is on without a preset
     uint8_t reserved18[0x10];
-    double progress;             // 0.0 at the start of the effect, 1.0 at its end
+    double progress;  // 0.0 at the start of the effect, 1.0 at its end
     uint8_t reserved30[0x08];
-    uint32_t cleared38;          // set to 0 on create
+    uint32_t cleared38;  // set to 0 on create
     uint32_t reserved3C;
-    uint32_t cleared40;          // set to 0 on create
+    uint32_t cleared40;  // set to 0 on create
     uint32_t reserved44;
-    ParameterBlock parameters;   // starts at 0x48
+    ParameterBlock parameters;  // starts at 0x48
 };
 
 struct HostEffect {
     uintptr_t reserved00[4];  // four pointer-sized host words
-    EffectState* state;  // null when the host has none
+    EffectState* state;       // null when the host has none
 };
 
 // First argument of every call.
 struct PluginCallBlock {
     uint32_t reserved00;
-    PluginInstance* instance;   // written by create, read by render, cleared by destroy
+    PluginInstance* instance;  // written by create, read by render, cleared by destroy
     HostEffect* hostEffect;
     const double* displayAspect;  // width / height of the output frame as shown
     uint8_t reserved10[0x10];
-    int32_t frameWidth;         // read by create only
-    int32_t frameHeight;        // read by create only
+    int32_t frameWidth;   // read by create only
+    int32_t frameHeight;  // read by create only
     uint8_t reserved28[0x11C];
-    int32_t aspectPreset;       // 2 = 4:3, 3 = 16:9, other = EffectState.pictureAspect
-    uint8_t aspectFitting;      // non-zero: fit the picture by its own aspect
+    int32_t aspectPreset;   // 2 = 4:3, 3 = 16:9, other = EffectState.pictureAspect
+    uint8_t aspectFitting;  // non-zero: fit the picture by its own aspect
     uint8_t reserved149[3];
-    int32_t aspectFitMode;      // 1 switches fitting off
+    int32_t aspectFitMode;  // 1 switches fitting off
 };
 
 // Catalogue record, returned by the catalogue query and read in place.

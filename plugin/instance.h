@@ -14,6 +14,6 @@ struct PluginInstance {
     int32_t cachedPrisms;  // "Multi-Prism Lens" parameters the map was built for
     double cachedCenterRadius;
     double cachedRefraction;
-    size_t workBufferBytes;  // allocated size of workBuffer
+    size_t workBufferBytes;   // allocated size of workBuffer
     uint32_t prismMapBuilds;  // how often the map was built; for diagnostics and tests
 };

@@ -33,8 +33,8 @@ struct ParameterRow {
     const char* name;
     int kind;
     double initial;
-    double minimum;  // kinds 1 and 8
-    double maximum;  // kinds 1 and 8; crop rows use the frame bounds above
+    double minimum;       // kinds 1 and 8
+    double maximum;       // kinds 1 and 8; crop rows use the frame bounds above
     const char* choices;  // kind 2
 };
 
@@ -249,6 +249,7 @@ void declareParameters(EffectState* state, uint32_t effectIndex, int32_t frameWi
         double maximum = row.maximum;
         if (maximum == kFrameHeightBound) maximum = static_cast<double>(frameHeight);
         if (maximum == kFrameWidthBound) maximum = static_cast<double>(frameWidth);
-        store(&state->parameters.slot[j], row.kind == kChoice ? choice(row) : numeric(row, maximum));
+        store(&state->parameters.slot[j],
+              row.kind == kChoice ? choice(row) : numeric(row, maximum));
     }
 }

@@ -118,9 +118,7 @@ enum LanternSlot : int {
 };
 
 // P[j]: the current value of the effect's j-th declared parameter.
-inline double paramValue(const ParameterBlock* block, int j) {
-    return block->slot[j].value;
-}
+inline double paramValue(const ParameterBlock* block, int j) { return block->slot[j].value; }
 
 // int(P[j]): P[j] truncated toward zero to 64 bits, low 32 bits kept.
 inline int32_t paramInt(const ParameterBlock* block, int j) {

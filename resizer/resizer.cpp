@@ -62,9 +62,7 @@ void storeRow(const uint32_t* row, uint8_t* dst, int32_t width, bool blend) {
     }
 }
 
-uint32_t convertPixel(uint32_t p, bool convert) {
-    return convert ? argbToAyuv(p) : p;
-}
+uint32_t convertPixel(uint32_t p, bool convert) { return convert ? argbToAyuv(p) : p; }
 
 // True, with its value, when every source pixel holds the same word.
 bool uniformValue(const void* src, int32_t stride, int32_t width, int32_t height, uint32_t& value) {
@@ -105,9 +103,7 @@ void copyRect(const void* src, int32_t srcStride, void* dst, int32_t dstStride, 
     }
 }
 
-bool fits(uint64_t a, uint64_t b) {
-    return a * b <= kMaxElements;
-}
+bool fits(uint64_t a, uint64_t b) { return a * b <= kMaxElements; }
 
 // Two separable passes per output row: vertical over the source width, then
 // horizontal into the destination width. Weight tables are built once.

@@ -24,9 +24,7 @@ int32_t packWeights(int16_t a, int16_t b) {
                                 static_cast<uint32_t>(static_cast<uint16_t>(b)) << 16);
 }
 
-__m128i load8(const uint8_t* p) {
-    return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
-}
+__m128i load8(const uint8_t* p) { return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)); }
 
 __m128i load4(const uint8_t* p) {
     int32_t v;

@@ -13,9 +13,7 @@ namespace {
 // sum of the two passes inside 32 bits. Only reductions beyond 2048:1 notice.
 constexpr double kMaxWiden = 2048.0;
 
-double kernelRadius(Kernel kernel) {
-    return kernel == Kernel::Cubic ? 2.0 : 1.0;
-}
+double kernelRadius(Kernel kernel) { return kernel == Kernel::Cubic ? 2.0 : 1.0; }
 
 // Only +, -, *, / and comparisons: the weights come out identical in the
 // 32-bit and 64-bit builds (no libm approximations involved).

@@ -59,17 +59,13 @@ reelfx::Picture sourcePicture(int32_t w, int32_t h, int32_t frame, int32_t strid
             const int32_t xs = (x + frame * 3) % w;  // content drifts left
             uint32_t c;
             switch (y / band) {
-                case 0:
-                    c = kBars[(static_cast<int64_t>(xs) * 8 / w) % 8];
-                    break;
+                case 0: c = kBars[(static_cast<int64_t>(xs) * 8 / w) % 8]; break;
                 case 1:
                     c = static_cast<uint32_t>(xs * 255 / w) << 16 |
                         static_cast<uint32_t>(y * 255 / h) << 8 |
                         static_cast<uint32_t>(255 - xs * 255 / w);
                     break;
-                case 2:
-                    c = ((xs + y) & 1) ? 0xE0E0E0 : 0x202020;
-                    break;
+                case 2: c = ((xs + y) & 1) ? 0xE0E0E0 : 0x202020; break;
                 default:
                     seed = seed * 1664525u + 1013904223u;
                     c = seed >> 8;
@@ -176,8 +172,17 @@ std::vector<double> sweep(const reelfx::ParameterInfo& p) {
         return {4286611584.0, 1073807104.0, 0.0, 4294967295.0, -1.0, 1e12, kNaN};
     }
     const double lo = p.minimum, hi = p.maximum, span = hi - lo;
-    return {lo,          hi,    lo + span * 0.3, lo + span * 0.77, lo - span, hi + span,
-            hi * 1e6 + 1, -1e9, kNaN,            kInf,             -kInf};
+    return {lo,
+            hi,
+            lo + span * 0.3,
+            lo + span * 0.77,
+            lo - span,
+            hi + span,
+            hi * 1e6 + 1,
+            -1e9,
+            kNaN,
+            kInf,
+            -kInf};
 }
 
 // Deterministic values for mixed settings (the same in every build).
@@ -241,8 +246,13 @@ int main(int argc, char** argv) {
         for (uint32_t f : {kFourccArgb, kFourccAyuv}) {
             // Initial parameters: tiny, odd and padded frames, several frames
             // per instance with changing progress.
-            for (const Size& s : std::vector<Size>{{1, 1, 0}, {2, 3, 1}, {7, 5, 0}, {33, 1, 0},
-                                                   {1, 33, 1}, {16, 9, 2}, {97, 61, 3},
+            for (const Size& s : std::vector<Size>{{1, 1, 0},
+                                                   {2, 3, 1},
+                                                   {7, 5, 0},
+                                                   {33, 1, 0},
+                                                   {1, 33, 1},
+                                                   {16, 9, 2},
+                                                   {97, 61, 3},
                                                    {320, 240, 0}}) {
                 digest.run({e, f, s, &kFull, {}, {0.0, 0.37, 1.0}});
             }

@@ -4,9 +4,8 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
-#include <cstdio>
-
 #include <cstdint>
+#include <cstdio>
 #include <string>
 #include <utility>
 #include <vector>
@@ -27,9 +26,7 @@ inline int32_t effectIndex(const std::string& name) {
     return i;
 }
 
-inline const char* formatName(uint32_t format) {
-    return format == kFourccAyuv ? "AYUV" : "ARGB";
-}
+inline const char* formatName(uint32_t format) { return format == kFourccAyuv ? "AYUV" : "ARGB"; }
 
 // The test picture in the requested format.
 inline Picture testPicture(int32_t w, int32_t h, uint32_t format, int32_t frame = 0,
@@ -83,8 +80,8 @@ inline ::testing::AssertionResult paddingUntouched(const Picture& p, uint32_t fi
     for (int32_t y = 0; y < p.height; ++y) {
         for (int32_t x = p.width; x < p.pitch(); ++x) {
             if (p.row(y)[x] != fill) {
-                return ::testing::AssertionFailure() << "padding word (" << x << ", " << y
-                                                     << ") was written";
+                return ::testing::AssertionFailure()
+                       << "padding word (" << x << ", " << y << ") was written";
             }
         }
     }

@@ -42,7 +42,9 @@ T get(const uint8_t* rec, size_t offset) {
     return v;
 }
 uint32_t addr(const void* p) { return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(p)); }
-const uint8_t* ptr(uint32_t a) { return reinterpret_cast<const uint8_t*>(static_cast<uintptr_t>(a)); }
+const uint8_t* ptr(uint32_t a) {
+    return reinterpret_cast<const uint8_t*>(static_cast<uintptr_t>(a));
+}
 
 // One host's records: call block 0x150 bytes, host effect, effect state with
 // seven parameter slots, two frames.

@@ -5,8 +5,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <vector>
 
@@ -392,11 +392,23 @@ TEST(AgedFilmFreshTables, EveryCallAdvancesTheTables) {
     const FreshSequence sequences[] = {
         // A zero-width frame at tick 6 re-seeds and walks the scratches (to
         // column -1, no writes) and draws their weights.
-        {"empty width", 0, 30, 0xFF808080u, {{100, 100, 0.005}, {0, 100, 0.006}, {100, 100, 0.02}},
-         0, 0, 0xFF928873u},
+        {"empty width",
+         0,
+         30,
+         0xFF808080u,
+         {{100, 100, 0.005}, {0, 100, 0.006}, {100, 100, 0.02}},
+         0,
+         0,
+         0xFF928873u},
         // A zero-height frame at tick 500 crawls 200 x 100's 138 hairs.
-        {"empty height", 100, 30, 0xFF808080u, {{200, 100, 0.005}, {200, 0, 0.5}, {200, 100, 0.501}},
-         49, 0, 0xFF443C2Du},
+        {"empty height",
+         100,
+         30,
+         0xFF808080u,
+         {{200, 100, 0.005}, {200, 0, 0.5}, {200, 100, 0.501}},
+         49,
+         0,
+         0xFF443C2Du},
         // Step (1000 x 100) / 720 = 138, wider than the picture.
         {"step beyond the width", 10, 1000, 0xFF808080u, {{100, 100, 0.005}}, 45, 0, 0xFF5A503Cu},
     };

@@ -54,7 +54,8 @@ void live(int32_t effect, uint32_t format, Frames& f) {
             EXPECT_TRUE(mentionsOutOfMemory(e)) << e.what();
             EXPECT_NE(inst->block().instance, nullptr);
             EXPECT_EQ(inst->parameterCount(), declared);
-            EXPECT_EQ(inst->render(&f.source[i], f.target[i], o), 0) << "the instance renders again";
+            EXPECT_EQ(inst->render(&f.source[i], f.target[i], o), 0)
+                << "the instance renders again";
         }
     }
     inst->destroy();
@@ -107,8 +108,7 @@ TEST_P(AllocationFailure, EveryAllocationOfALife) {
 
 INSTANTIATE_TEST_SUITE_P(AllEffects, AllocationFailure,
                          ::testing::Combine(::testing::Range(0, 25),
-                                            ::testing::Values(kFourccArgb,
-                                                              kFourccAyuv)));
+                                            ::testing::Values(kFourccArgb, kFourccAyuv)));
 
 // What the host library makes of a module without memory, seen by a host.
 TEST(AllocationFailure, HostErrorsNameTheEffectAndTheCall) {

@@ -36,8 +36,8 @@ W shift(W argb, double offset, double period, double t) {
         for (int k = 0; k < 32; k += 8) {
             const int d = std::abs(int(got[i] >> k & 0xFF) - int(want[i] >> k & 0xFF));
             if (d > (k < 24 ? 1 : 0)) {
-                return ::testing::AssertionFailure() << "pixel " << i << ": " << std::hex << got[i]
-                                                     << " against " << want[i];
+                return ::testing::AssertionFailure()
+                       << "pixel " << i << ": " << std::hex << got[i] << " against " << want[i];
             }
         }
     }
@@ -83,8 +83,8 @@ TEST(ColorCircleShift, KnownTurns) {
     for (double offset : {0.1, 0.25, 0.77, 1.0}) EXPECT_EQ(shift(greys, offset, 3.5, 0.3), greys);
     // A whole turn (the defaults at progress 0.5) comes back within one step.
     const Picture src = testPicture(64, 40, kFourccArgb);
-    EXPECT_TRUE(withinOneStep(renderEffect(kEffect, src, {}, {.progress = 0.5}).target.words,
-                              src.words));
+    EXPECT_TRUE(
+        withinOneStep(renderEffect(kEffect, src, {}, {.progress = 0.5}).target.words, src.words));
 }
 
 // Pictures with a colour of their own in every pixel, in both formats and at
@@ -97,7 +97,7 @@ TEST(ColorCircleShift, NoisyPicturesFollowTheModel) {
     for (uint32_t& word : noisy.words) word = seed = seed * 1664525u + 1013904223u;
     const struct {
         double progress, offset;
-    } angles[] = {{0.37, 0.0}, {0.37, 0.13}, {0.37, 0.5}, {0.37, 0.9},
+    } angles[] = {{0.37, 0.0}, {0.37, 0.13}, {0.37, 0.5},   {0.37, 0.9},
                   {-3.1, 0.4}, {6.8e4, 0.2}, {4.1e11, 0.7}, {-2.9e14, 0.3}};
     for (uint32_t format : {kFourccArgb, kFourccAyuv}) {
         for (const auto [progress, offset] : angles) {

@@ -41,12 +41,30 @@ struct HostRecords {
 // ---- catalogue ----------------------------------------------------------------
 
 const char* const kNames[25] = {
-    "Aged Film",     "Incognito",        "Mosaic",          "NewsPrint",
-    "Fade To Black", "Fade To Grey",     "Fade To White",   "Fade To Sepia",
-    "Fade To Color", "Multi-Prism Lens", "Random-Rotate Squares", "Binoculars",
-    "Night Vision",  "Dream",            "Crop",            "Crop Scale To Fit",
-    "Crop Scale To Fill", "Greyscale",   "Sepiascale",      "Colorscale",
-    "Color Circle Shift", "Flip XY",     "Flood",           "Stained Glass",
+    "Aged Film",
+    "Incognito",
+    "Mosaic",
+    "NewsPrint",
+    "Fade To Black",
+    "Fade To Grey",
+    "Fade To White",
+    "Fade To Sepia",
+    "Fade To Color",
+    "Multi-Prism Lens",
+    "Random-Rotate Squares",
+    "Binoculars",
+    "Night Vision",
+    "Dream",
+    "Crop",
+    "Crop Scale To Fit",
+    "Crop Scale To Fill",
+    "Greyscale",
+    "Sepiascale",
+    "Colorscale",
+    "Color Circle Shift",
+    "Flip XY",
+    "Flood",
+    "Stained Glass",
     "Lantern",
 };
 
@@ -143,12 +161,15 @@ TEST(Entry, RenderDrawsNothingForUnusableGeometry) {
     HostFrame source{{}, 0, 8, 8, 64, src.data()};
     h.state.sourceFrame = &source;
     h.state.targetFrame = &h.target;
-    struct Geometry { int32_t w, h, stride; };
+    struct Geometry {
+        int32_t w, h, stride;
+    };
     for (Geometry g : {Geometry{0, 8, 64}, Geometry{8, 0, 64}, Geometry{-8, 8, 64},
                        Geometry{8, -1, 64}, Geometry{8, 8, 28}, Geometry{8, 8, -64},
                        Geometry{8, 8, 30}, Geometry{INT32_MAX, 8, 64}}) {
         h.target = {{}, 0, g.w, g.h, g.stride, pic.data()};
-        EXPECT_EQ(module().call(&h.block, kEffectFlipXY, 4), 0) << g.w << "x" << g.h << "/" << g.stride;
+        EXPECT_EQ(module().call(&h.block, kEffectFlipXY, 4), 0)
+            << g.w << "x" << g.h << "/" << g.stride;
     }
     h.target = {{}, 0, 8, 8, 64, nullptr};
     EXPECT_EQ(module().call(&h.block, kEffectFlipXY, 4), 0);
@@ -174,8 +195,8 @@ TEST(Entry, RenderOutsideTheCatalogueOnlyPaintsTheBorder) {
 TEST(Parameters, IncognitoFillsSevenSlotsWithExactRecords) {
     Instance inst(module(), kEffectIncognito, 720, 576);
     const ParameterDescriptor* s = inst.state().parameters.slot;
-    const char* names[7] = {"Intensity", "Noise", "X Position", "Y Position",
-                            "X Size", "Y Size", "Shape"};
+    const char* names[7] = {"Intensity", "Noise",  "X Position", "Y Position",
+                            "X Size",    "Y Size", "Shape"};
     for (int j = 0; j < 7; ++j) {
         EXPECT_STREQ(s[j].name, names[j]);
         EXPECT_EQ(s[j].valid, 1);
@@ -207,7 +228,8 @@ TEST(Parameters, CropBoundsComeFromTheFrameSize) {
         EXPECT_EQ(p[3].name, "Left (Pixel)");
     }
     Instance crop(module(), kEffectCrop, 720, 576);
-    EXPECT_EQ(crop.parameters()[4].choices, (std::vector<std::string>{"Crop only", "Crop & Re-Center"}));
+    EXPECT_EQ(crop.parameters()[4].choices,
+              (std::vector<std::string>{"Crop only", "Crop & Re-Center"}));
 }
 
 TEST(Parameters, ColoursAndProfileLists) {
@@ -222,10 +244,10 @@ TEST(Parameters, ColoursAndProfileLists) {
     EXPECT_EQ(colour.minimum, -DBL_MAX);
 
     Instance grey(module(), kEffectGreyscale, 720, 576);
-    EXPECT_EQ(grey.parameters()[1].choices,
-              (std::vector<std::string>{"Constant", "No FX -> Full FX", "Full FX -> No FX",
-                                        "Full FX -> No FX -> Full FX",
-                                        "No FX -> Full FX -> No FX"}));
+    EXPECT_EQ(
+        grey.parameters()[1].choices,
+        (std::vector<std::string>{"Constant", "No FX -> Full FX", "Full FX -> No FX",
+                                  "Full FX -> No FX -> Full FX", "No FX -> Full FX -> No FX"}));
     Instance colorscale(module(), kEffectColorscale, 720, 576);
     EXPECT_EQ(colorscale.parameters()[0].value, 4294967295.0);
 }
@@ -243,7 +265,8 @@ TEST(Parameters, OnlyDeclaredSlotsAreWritten) {
 }
 
 TEST(Parameters, EveryEffectDeclaresItsList) {
-    const size_t counts[25] = {3, 7, 2, 4, 1, 1, 1, 1, 2, 3, 1, 3, 4, 2, 5, 4, 4, 2, 2, 3, 2, 2, 1, 1, 3};
+    const size_t counts[25] = {3, 7, 2, 4, 1, 1, 1, 1, 2, 3, 1, 3, 4,
+                               2, 5, 4, 4, 2, 2, 3, 2, 2, 1, 1, 3};
     for (int32_t e = 0; e < 25; ++e) {
         Instance inst(module(), e, 720, 576);
         EXPECT_EQ(inst.parameters().size(), counts[e]) << kNames[e];

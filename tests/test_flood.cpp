@@ -143,10 +143,10 @@ Picture ripples(int w, int h) {
     for (int y = 0; y < h; ++y) {
         for (int x = 0; x < w; ++x) {
             seed = seed * 1664525u + 1013904223u;
-            const int v = 120 + int(100 * std::sin(x / 4.3) * std::cos(y / 3.1)) +
-                          int(seed >> 29) - 4;
-            p.at(x, y) = (seed & 0xFF000000u) | uint32_t(v) << 16 | uint32_t(v) << 8 |
-                         (seed >> 8 & 0xFF);
+            const int v =
+                120 + int(100 * std::sin(x / 4.3) * std::cos(y / 3.1)) + int(seed >> 29) - 4;
+            p.at(x, y) =
+                (seed & 0xFF000000u) | uint32_t(v) << 16 | uint32_t(v) << 8 | (seed >> 8 & 0xFF);
         }
     }
     return p;

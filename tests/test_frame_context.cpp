@@ -29,18 +29,12 @@ struct FitCase {
 
 // The worked examples: frame, display aspect, picture aspect -> active rectangle.
 const FitCase kCases[] = {
-    {720, 576, k4x3, k16x9, 720, 432, 0, 72},
-    {720, 576, k16x9, k4x3, 540, 576, 90, 0},
-    {720, 480, k4x3, k16x9, 720, 360, 0, 60},
-    {480, 576, k16x9, k4x3, 360, 576, 60, 0},
-    {1920, 1080, k16x9, k4x3, 1440, 1080, 240, 0},
-    {720, 576, k16x9, 2.35, 720, 435, 0, 70},
-    {120, 90, k4x3, k16x9, 120, 67, 0, 11},
-    {128, 72, k16x9, k4x3, 96, 72, 16, 0},
-    {100, 70, k16x9, k4x3, 93, 70, 3, 0},
-    {64, 48, k16x9, k4x3, 64, 48, 0, 0},
-    {700, 500, 1.7, 1.6995, 700, 411, 0, 44},
-    {720, 576, k4x3, k4x3, 720, 576, 0, 0},
+    {720, 576, k4x3, k16x9, 720, 432, 0, 72},      {720, 576, k16x9, k4x3, 540, 576, 90, 0},
+    {720, 480, k4x3, k16x9, 720, 360, 0, 60},      {480, 576, k16x9, k4x3, 360, 576, 60, 0},
+    {1920, 1080, k16x9, k4x3, 1440, 1080, 240, 0}, {720, 576, k16x9, 2.35, 720, 435, 0, 70},
+    {120, 90, k4x3, k16x9, 120, 67, 0, 11},        {128, 72, k16x9, k4x3, 96, 72, 16, 0},
+    {100, 70, k16x9, k4x3, 93, 70, 3, 0},          {64, 48, k16x9, k4x3, 64, 48, 0, 0},
+    {700, 500, 1.7, 1.6995, 700, 411, 0, 44},      {720, 576, k4x3, k4x3, 720, 576, 0, 0},
 };
 
 class WorkedExamples : public ::testing::TestWithParam<std::tuple<FitCase, uint32_t>> {};
@@ -100,8 +94,8 @@ TEST(FrameContext, MovesPointersToTheActiveRectangle) {
 
 FrameContext fit(int32_t W, int32_t H, double A, double D, Picture* dst = nullptr) {
     FrameContext ctx;
-    makeFrameContext(&ctx, nullptr, nullptr, dst ? dst->data() : nullptr, kFourccArgb, W, H,
-                     W * 4, 4, A, D);
+    makeFrameContext(&ctx, nullptr, nullptr, dst ? dst->data() : nullptr, kFourccArgb, W, H, W * 4,
+                     4, A, D);
     return ctx;
 }
 

@@ -95,22 +95,50 @@ struct MappingCase {
 
 TEST(Frei0r, ValuesMapOntoTheInstancesDeclaredBounds) {
     const std::vector<MappingCase> cases = {
-        {"crop", "Crop", 40, 100, {{0, 1.0, nullptr}, {3, 0.26, nullptr}},
+        {"crop",
+         "Crop",
+         40,
+         100,
+         {{0, 1.0, nullptr}, {3, 0.26, nullptr}},
          {{"Top (Pixel)", 100}, {"Left (Pixel)", 10}}},
-        {"crop", "Crop", 40, 100, {{0, 0.5, nullptr}, {2, 0.0, nullptr}, {4, 0, "crop & re-center"}},
+        {"crop",
+         "Crop",
+         40,
+         100,
+         {{0, 0.5, nullptr}, {2, 0.0, nullptr}, {4, 0, "crop & re-center"}},
          {{"Top (Pixel)", 50}, {"Mode", 1}}},
         // 100 of 576 rows as a host writes it back, six digits: 99.999936
         {"crop", "Crop", 40, 576, {{0, 0.173611, nullptr}}, {{"Top (Pixel)", 100}}},
-        {"multi_prism_lens", "Multi-Prism Lens", 48, 32, {{0, 0.99, nullptr}, {1, 7.0, nullptr}},
+        {"multi_prism_lens",
+         "Multi-Prism Lens",
+         48,
+         32,
+         {{0, 0.99, nullptr}, {1, 7.0, nullptr}},
          {{"Prism Count", 19}, {"Center Radius", 1.0}}},
-        {"lantern", "Lantern", 48, 32, {{1, 0.5, nullptr}, {0, -3.0, nullptr}},
+        {"lantern",
+         "Lantern",
+         48,
+         32,
+         {{1, 0.5, nullptr}, {0, -3.0, nullptr}},
          {{"Spot Radius", 10.5}, {"Fading", 0}}},
-        {"incognito", "Incognito", 48, 32, {{2, 0.0, nullptr}, {6, 0, "Round"}},
+        {"incognito",
+         "Incognito",
+         48,
+         32,
+         {{2, 0.0, nullptr}, {6, 0, "Round"}},
          {{"X Position", -1}, {"Shape", 0}}},
-        {"flip_xy", "Flip XY", 48, 32, {{0, 0, "1"}, {1, 0, "No"}},
+        {"flip_xy",
+         "Flip XY",
+         48,
+         32,
+         {{0, 0, "1"}, {1, 0, "No"}},
          {{"Flip X Axis", 1}, {"Flip Y Axis", 0}}},
         // colours keep the declared alpha byte
-        {"fade_to_color", "Fade To Color", 48, 32, {{0, 0, "Color To Video"}, {1, 0, nullptr, &kColour}},
+        {"fade_to_color",
+         "Fade To Color",
+         48,
+         32,
+         {{0, 0, "Color To Video"}, {1, 0, nullptr, &kColour}},
          {{"Direction", 0}, {"Color", static_cast<double>(0xFF336699u)}}},
     };
     for (const MappingCase& c : cases) {
@@ -205,13 +233,15 @@ TEST(Frei0r, RunsInsideFfmpeg) {
         std::vector<std::pair<std::string, double>> declared;
     };
     const std::vector<Case> cases = {
-        {"reelfx_flip_xy:filter_params=Yes|No|0.5", "Flip XY",
+        {"reelfx_flip_xy:filter_params=Yes|No|0.5",
+         "Flip XY",
          {{"Flip X Axis", 1}, {"Flip Y Axis", 0}}},
         {"reelfx_crop:filter_params=1.0|0|0|0|0|0.5", "Crop", {{"Top (Pixel)", 96}}},
     };
     const int32_t W = 64, H = 96;
     const reelfx::Picture src = reelfx::makeTestPicture(W, H);
-    const auto dir = std::filesystem::temp_directory_path() / ("reelfx_frei0r_" + std::to_string(getpid()));
+    const auto dir =
+        std::filesystem::temp_directory_path() / ("reelfx_frei0r_" + std::to_string(getpid()));
     std::filesystem::create_directories(dir);
     const auto in = dir / "in.raw";
     const auto out = dir / "out.raw";
@@ -219,7 +249,8 @@ TEST(Frei0r, RunsInsideFfmpeg) {
         .write(reinterpret_cast<const char*>(src.words.data()), src.words.size() * 4);
     for (const Case& c : cases) {
         SCOPED_TRACE(c.filter);
-        const std::string cmd = "FREI0R_PATH='" + kDir + "' ffmpeg -hide_banner -loglevel error -y " +
+        const std::string cmd = "FREI0R_PATH='" + kDir +
+                                "' ffmpeg -hide_banner -loglevel error -y " +
                                 "-f rawvideo -pix_fmt bgra -s 64x96 -i '" + in.string() +
                                 "' -vf 'frei0r=filter_name=" + c.filter + "' " +
                                 "-f rawvideo -pix_fmt bgra '" + out.string() + "'";

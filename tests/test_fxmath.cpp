@@ -53,7 +53,8 @@ TEST(FxMath, AgreesWithTheCLibraryWithinAnUlp) {
         worst[3] = std::max(worst[3], ulps(fxAtan2(y, x), std::atan2(y, x)));
         worst[4] = std::max(worst[4], ulps(fxLog(std::fabs(x)), std::log(std::fabs(x))));
         const double base = std::fabs(small) / 4.0;
-        worst[5] = std::max(worst[5], ulps(fxPow(base, std::floor(y / 5.0)), std::pow(base, std::floor(y / 5.0))));
+        worst[5] = std::max(
+            worst[5], ulps(fxPow(base, std::floor(y / 5.0)), std::pow(base, std::floor(y / 5.0))));
         worst[5] = std::max(worst[5], ulps(fxPow(2.0, y / 7.0), std::pow(2.0, y / 7.0)));
     }
     EXPECT_LE(worst[0], 1) << "sin";

@@ -46,7 +46,9 @@ void useBuildTreeHere() {
 
 using Outcome = reelfx::test::CommandOutcome;
 
-Outcome run(const std::string& line) { return reelfx::test::runCommand(kProgramEnvironment + line); }
+Outcome run(const std::string& line) {
+    return reelfx::test::runCommand(kProgramEnvironment + line);
+}
 
 std::string slurp(const fs::path& p) {
     std::ifstream f(p, std::ios::binary);

@@ -39,8 +39,8 @@ TEST(HostContract, SourceMustHaveTheTargetsGeometry) {
         {"tightly packed rows", 32, 24, 128, "differs from the target"},
         {"wider rows", 32, 24, 256, "differs from the target"},
     };
-    for (const int32_t effect : {reelfx::test::effectIndex("Flip XY"),
-                                 reelfx::test::effectIndex("Dream")}) {
+    for (const int32_t effect :
+         {reelfx::test::effectIndex("Flip XY"), reelfx::test::effectIndex("Dream")}) {
         Instance inst(module(), effect, 32, 24);
         for (const Case& c : cases) {
             SCOPED_TRACE(c.what);
@@ -98,19 +98,21 @@ TEST(HostContract, DestroyReleasesTheInstanceOnce) {
 // read pixels they have already written.
 TEST(HostContract, SourceAndTargetInOneBuffer) {
     const std::set<std::string> readsWhatItWrote = {
-        "Mosaic", "NewsPrint", "Multi-Prism Lens", "Random-Rotate Squares", "Dream",
-        "Crop",   "Crop Scale To Fit", "Crop Scale To Fill", "Flip XY"};
+        "Mosaic", "NewsPrint", "Multi-Prism Lens",  "Random-Rotate Squares",
+        "Dream",  "Crop",      "Crop Scale To Fit", "Crop Scale To Fill",
+        "Flip XY"};
     // A second copy of the module keeps its own module-wide state, so both
     // copies see the same call history (Aged Film carries tables across calls).
-    const auto dir = std::filesystem::temp_directory_path() /
-                     ("reelfx-in-place-" + std::to_string(::getpid()));
+    const auto dir =
+        std::filesystem::temp_directory_path() / ("reelfx-in-place-" + std::to_string(::getpid()));
     std::filesystem::create_directories(dir);
     for (const char* lib : {REELFX_MODULE_PATH, REELFX_RESIZER_PATH}) {
         std::filesystem::copy_file(lib, dir / std::filesystem::path(lib).filename(),
                                    std::filesystem::copy_options::overwrite_existing);
     }
     {
-        const reelfx::Module inPlace((dir / std::filesystem::path(REELFX_MODULE_PATH).filename()).string());
+        const reelfx::Module inPlace(
+            (dir / std::filesystem::path(REELFX_MODULE_PATH).filename()).string());
         constexpr int32_t w = 97, h = 61, stride = 97 * 4 + 12;
         Picture noise(w, h, stride);
         uint32_t seed = 77;
@@ -120,13 +122,14 @@ TEST(HostContract, SourceAndTargetInOneBuffer) {
         }
         for (const reelfx::EffectInfo& e : module().catalogue()) {
             for (const uint32_t format : {kFourccArgb, kFourccAyuv}) {
-                for (const double share : {-1.0, 0.37}) {  // initial values, then 37 % into each range
+                for (const double share :
+                     {-1.0, 0.37}) {  // initial values, then 37 % into each range
                     SCOPED_TRACE(e.name + " " + reelfx::test::formatName(format) + " " +
                                  std::to_string(share));
                     Instance apart(module(), e.index, w, h), same(inPlace, e.index, w, h);
                     for (const reelfx::ParameterInfo& p : apart.parameters()) {
-                        const double v = share < 0 ? p.initial
-                                                   : p.minimum + (p.maximum - p.minimum) * share;
+                        const double v =
+                            share < 0 ? p.initial : p.minimum + (p.maximum - p.minimum) * share;
                         apart.setParameter(p.index, v);
                         same.setParameter(p.index, v);
                     }
@@ -205,8 +208,8 @@ private:
 
 TEST(HostNames, ModuleIsFoundInTheDocumentedOrder) {
     const ModuleVariable restore;
-    const auto dir = std::filesystem::temp_directory_path() /
-                     ("reelfx-find-" + std::to_string(::getpid()));
+    const auto dir =
+        std::filesystem::temp_directory_path() / ("reelfx-find-" + std::to_string(::getpid()));
     std::filesystem::create_directories(dir);
     const std::string beside = (dir / "libreelfx.so").string();
     const std::string empty = (dir / "empty").string();

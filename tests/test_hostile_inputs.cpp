@@ -25,8 +25,9 @@ constexpr int32_t kPadWords = 3;
 
 const double kInf = std::numeric_limits<double>::infinity();
 const double kNan = std::numeric_limits<double>::quiet_NaN();
-const double kHostile[] = {kNan, kInf, -kInf, 1e300, -1e300, -1.0, 0.0, 0.5, 1.0,
-                           2147483648.0, 4294967301.0, -2147483649.0, 1e9, 4294967295.0};
+const double kHostile[] = {kNan,         kInf,          -kInf, 1e300,       -1e300,
+                           -1.0,         0.0,           0.5,   1.0,         2147483648.0,
+                           4294967301.0, -2147483649.0, 1e9,   4294967295.0};
 
 // A picture inside a larger block of guard words: kGuardRows rows above and
 // below, kPadWords words of padding after every row.
@@ -34,13 +35,17 @@ struct Guarded {
     int32_t w, h, pitch;
     std::vector<uint32_t> words;
     Guarded(int32_t width, int32_t height, uint32_t fill)
-        : w(width), h(height), pitch(width + kPadWords),
+        : w(width),
+          h(height),
+          pitch(width + kPadWords),
           words(static_cast<size_t>(pitch) * (height + 2 * kGuardRows), kGuard) {
         for (int32_t y = 0; y < h; ++y) {
             for (int32_t x = 0; x < w; ++x) at(x, y) = fill + static_cast<uint32_t>(x * 7 + y * 13);
         }
     }
-    uint32_t& at(int32_t x, int32_t y) { return words[static_cast<size_t>(y + kGuardRows) * pitch + x]; }
+    uint32_t& at(int32_t x, int32_t y) {
+        return words[static_cast<size_t>(y + kGuardRows) * pitch + x];
+    }
     uint32_t* pixels() { return &at(0, 0); }
     int32_t stride() const { return pitch * 4; }
     ::testing::AssertionResult guardsIntact() const {
@@ -49,8 +54,8 @@ struct Guarded {
             const int32_t col = static_cast<int32_t>(i % pitch);
             const bool inside = row >= 0 && row < h && col < w;
             if (!inside && words[i] != kGuard) {
-                return ::testing::AssertionFailure() << "guard word at row " << row << ", column "
-                                                     << col << " was written";
+                return ::testing::AssertionFailure()
+                       << "guard word at row " << row << ", column " << col << " was written";
             }
         }
         return ::testing::AssertionSuccess();
@@ -124,8 +129,8 @@ TEST_P(HostileInputs, ProgressAndMissingSource) {
 TEST_P(HostileInputs, FrameSizeChangesBetweenCalls) {
     const int32_t effect = GetParam();
     Instance inst(module(), effect, 8, 8);
-    for (const Geometry g : {Geometry{8, 8}, Geometry{64, 48}, Geometry{3, 1}, Geometry{64, 48},
-                             Geometry{100, 7}}) {
+    for (const Geometry g :
+         {Geometry{8, 8}, Geometry{64, 48}, Geometry{3, 1}, Geometry{64, 48}, Geometry{100, 7}}) {
         renderChecked(inst, g.w, g.h, true, kFourccArgb, 0.3, "resized frame");
         if (::testing::Test::HasFatalFailure()) return;
     }
@@ -163,9 +168,11 @@ TEST_P(HostileInputs, WorksOnlyInsideTheActiveRectangle) {
                 }
             }
             std::srand(7);
-            ASSERT_EQ(Instance(module(), effect, 128, 72).render(withSource ? &frame : nullptr, got, o), 0);
-            EXPECT_EQ(got.words, want.words) << reelfx::test::formatName(format)
-                                             << (withSource ? "" : ", no source");
+            ASSERT_EQ(
+                Instance(module(), effect, 128, 72).render(withSource ? &frame : nullptr, got, o),
+                0);
+            EXPECT_EQ(got.words, want.words)
+                << reelfx::test::formatName(format) << (withSource ? "" : ", no source");
         }
     }
 }

@@ -121,18 +121,21 @@ Picture modelGrid(const Picture& src, double intensity, double xSize, double ySi
 // (whose last edge, n times the rounded block size, ends a pixel short).
 TEST(Incognito, FineGridsFollowTheFormula) {
     const Picture flat(256, 256, 0, 0xFF808080u);
-    const auto one = renderEffect("Incognito", flat,
-                                  {{"Intensity", -1.0}, {"X Size", 1.0}, {"Y Size", 1.0}});
-    EXPECT_EQ(std::count(one.target.words.begin(), one.target.words.end(), 0xFF404040u),
-              256 * 256);
+    const auto one =
+        renderEffect("Incognito", flat, {{"Intensity", -1.0}, {"X Size", 1.0}, {"Y Size", 1.0}});
+    EXPECT_EQ(std::count(one.target.words.begin(), one.target.words.end(), 0xFF404040u), 256 * 256);
     const Picture src = testPicture(64, 48, kFourccArgb);
-    const std::tuple<double, double, double, int> cases[] = {
-        {0.0, 0.5, 0.5, 1}, {-7.0, 40.0, 0.7, 0}, {-20.0, 100.0, 0.3, 0}, {-20.0, 0.9, 0.6, 1},
-        {-1e6, 0.5, 0.5, 0}};
+    const std::tuple<double, double, double, int> cases[] = {{0.0, 0.5, 0.5, 1},
+                                                             {-7.0, 40.0, 0.7, 0},
+                                                             {-20.0, 100.0, 0.3, 0},
+                                                             {-20.0, 0.9, 0.6, 1},
+                                                             {-1e6, 0.5, 0.5, 0}};
     for (const auto& [intensity, xSize, ySize, shape] : cases) {
         const auto r = renderEffect("Incognito", src,
-                                    {{"Intensity", intensity}, {"X Size", xSize},
-                                     {"Y Size", ySize}, {"Shape", double(shape)}});
+                                    {{"Intensity", intensity},
+                                     {"X Size", xSize},
+                                     {"Y Size", ySize},
+                                     {"Shape", double(shape)}});
         EXPECT_EQ(r.target.words, modelGrid(src, intensity, xSize, ySize, shape).words)
             << intensity << " " << xSize << " " << ySize << " " << shape;
     }

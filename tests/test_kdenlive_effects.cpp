@@ -104,8 +104,10 @@ TEST(KdenliveEffects, AgreeWithThePluginsAndTheDeclarations) {
                               RTLD_NOW | RTLD_LOCAL);
         ASSERT_NE(plugin, nullptr) << dlerror();
         auto init = reinterpret_cast<int (*)()>(dlsym(plugin, "f0r_init"));
-        auto pluginInfo = reinterpret_cast<void (*)(f0r_plugin_info_t*)>(dlsym(plugin, "f0r_get_plugin_info"));
-        auto paramInfo = reinterpret_cast<void (*)(f0r_param_info_t*, int)>(dlsym(plugin, "f0r_get_param_info"));
+        auto pluginInfo =
+            reinterpret_cast<void (*)(f0r_plugin_info_t*)>(dlsym(plugin, "f0r_get_plugin_info"));
+        auto paramInfo =
+            reinterpret_cast<void (*)(f0r_param_info_t*, int)>(dlsym(plugin, "f0r_get_param_info"));
         ASSERT_EQ(init(), 1);
         f0r_plugin_info_t info{};
         pluginInfo(&info);
@@ -138,7 +140,8 @@ TEST(KdenliveEffects, AgreeWithThePluginsAndTheDeclarations) {
                     const auto values = split(attr(p, "paramlist"), ';');
                     EXPECT_EQ(split(text(children(p, "paramlistdisplay").at(0)), ','), d.choices);
                     ASSERT_EQ(values.size(), d.choices.size());
-                    for (size_t i = 0; i < values.size(); ++i) EXPECT_EQ(values[i], std::to_string(i));
+                    for (size_t i = 0; i < values.size(); ++i)
+                        EXPECT_EQ(values[i], std::to_string(i));
                     EXPECT_EQ(value(attr(p, "default")), d.initial);
                     break;
                 }
@@ -146,7 +149,8 @@ TEST(KdenliveEffects, AgreeWithThePluginsAndTheDeclarations) {
                     EXPECT_EQ(pi.type, F0R_PARAM_COLOR);
                     EXPECT_EQ(type, "color");
                     const auto argb = static_cast<uint32_t>(d.initial);
-                    EXPECT_EQ(std::stoul(attr(p, "default"), nullptr, 16), (argb << 8) | (argb >> 24));
+                    EXPECT_EQ(std::stoul(attr(p, "default"), nullptr, 16),
+                              (argb << 8) | (argb >> 24));
                     break;
                 }
                 default: {

@@ -109,8 +109,12 @@ TEST(Lantern, BeamAtTheFirstPathPoint) {
         const Picture src = testPicture(W, H, format, 1, W * 4 + 12);
         // Above 100 the band reaches beyond 0 < e < 1; from 300 and 1200 on
         // it passes e = -1 and e = 6.5, where the band test is otherwise cut short.
-        for (auto [radius, aa] : {std::pair{10.0, 50.0}, {17.0, 100.0}, {3.0, 0.0}, {10.0, 101.0},
-                                  {17.0, 700.0}, {12.0, 3000.0}}) {
+        for (auto [radius, aa] : {std::pair{10.0, 50.0},
+                                  {17.0, 100.0},
+                                  {3.0, 0.0},
+                                  {10.0, 101.0},
+                                  {17.0, 700.0},
+                                  {12.0, 3000.0}}) {
             const Picture r = lantern(
                 src, {{"Fading", 0.0}, {"Spot Radius", radius}, {"AntiAliasing", aa}}, 0.0, format);
             EXPECT_TRUE(paddingUntouched(r, kFill));
@@ -158,8 +162,9 @@ TEST(Lantern, BeamAtTheFirstPathPoint) {
 // shaded value of 256 is stored as 0 (its low byte) and the dark side of the
 // band goes below the dark grey.
 TEST(Lantern, AntiAliasingBeyond100Extrapolates) {
-    const Picture r = lantern(Picture(400, 300, 0, 0xFFFFFFFFu),
-                              {{"Fading", 0.0}, {"Spot Radius", 10.0}, {"AntiAliasing", 101.0}}, 0.14);
+    const Picture r =
+        lantern(Picture(400, 300, 0, 0xFFFFFFFFu),
+                {{"Fading", 0.0}, {"Spot Radius", 10.0}, {"AntiAliasing", 101.0}}, 0.14);
     EXPECT_EQ(r.at(14, 122), 0xFF434343u);
     EXPECT_EQ(r.at(61, 136), 0xFF000000u);
 }

@@ -15,9 +15,7 @@ using namespace reelfx::test;
 
 constexpr uint32_t kFill = 0x5A5A5A5A;
 
-int key(uint32_t p) {
-    return int((2 * (p >> 16 & 0xFF) + 5 * (p >> 8 & 0xFF) + (p & 0xFF)) >> 3);
-}
+int key(uint32_t p) { return int((2 * (p >> 16 & 0xFF) + 5 * (p >> 8 & 0xFF) + (p & 0xFF)) >> 3); }
 
 // The tile rule written out literally: every anchor searches and paints its
 // whole square; positions outside the picture read as 0 and are skipped.

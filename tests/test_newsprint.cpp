@@ -113,13 +113,12 @@ TEST(NewsPrint, ValuesBeyondTheirRanges) {
         {100, 20, 0xFF808080u, -1.5, 0.83, 1.09, 0, 0, 0, kPaper},
     };
     for (const Case& c : cases) {
-        const Picture r = render(Picture(c.w, c.h, 0, c.source),
-                                 {{"Resolution", c.resolution},
-                                  {"Brightness", c.brightness},
-                                  {"Contrast", c.contrast}},
-                                 c.shape);
-        EXPECT_EQ(r.at(c.x, c.y), c.want) << c.resolution << " " << c.brightness << " "
-                                          << c.contrast << " " << c.shape;
+        const Picture r = render(
+            Picture(c.w, c.h, 0, c.source),
+            {{"Resolution", c.resolution}, {"Brightness", c.brightness}, {"Contrast", c.contrast}},
+            c.shape);
+        EXPECT_EQ(r.at(c.x, c.y), c.want)
+            << c.resolution << " " << c.brightness << " " << c.contrast << " " << c.shape;
     }
 }
 
@@ -187,17 +186,17 @@ TEST(NewsPrint, FineGridsMatchTheCellByCellModel) {
     // Resolution, Brightness, Contrast of the circles; the spirals get a
     // twentieth of it on the fine grids, which keeps the model's point walk
     // short there.
-    const std::tuple<double, double, double> cases[] = {
-        {0.8, 0.83, 1.09}, {0.3, 0.83, 1.09}, {0.3, 0.83, 6.0},
-        {-30.0, -0.4, 40.0}, {-74.0, 0.5, 60.0}, {-74.0, -15.0, 36.3}};
+    const std::tuple<double, double, double> cases[] = {{0.8, 0.83, 1.09},  {0.3, 0.83, 1.09},
+                                                        {0.3, 0.83, 6.0},   {-30.0, -0.4, 40.0},
+                                                        {-74.0, 0.5, 60.0}, {-74.0, -15.0, 36.3}};
     for (const auto& [resolution, brightness, circleContrast] : cases) {
         for (const bool spirals : {false, true}) {
-            const double contrast = spirals && resolution < 0 ? circleContrast / 20 : circleContrast;
-            const Picture r = render(src,
-                                     {{"Resolution", resolution},
-                                      {"Brightness", brightness},
-                                      {"Contrast", contrast}},
-                                     spirals ? 1.0 : 0.0);
+            const double contrast =
+                spirals && resolution < 0 ? circleContrast / 20 : circleContrast;
+            const Picture r = render(
+                src,
+                {{"Resolution", resolution}, {"Brightness", brightness}, {"Contrast", contrast}},
+                spirals ? 1.0 : 0.0);
             const Picture want = modelNewsPrint(src, resolution, brightness, contrast, spirals);
             EXPECT_TRUE(r.samePixels(want)) << resolution << " " << contrast << " " << spirals;
         }

@@ -14,9 +14,7 @@ using reelfx::Picture;
 
 constexpr uint32_t kFill = 0x5A5A5A5A;
 
-int channel(uint32_t p, int k) {
-    return static_cast<int>((p >> (8 * k)) & 0xFF);
-}
+int channel(uint32_t p, int k) { return static_cast<int>((p >> (8 * k)) & 0xFF); }
 
 Picture render(const Picture& src, double i, double m, double k, double z,
                uint32_t format = kFourccArgb) {

@@ -39,8 +39,8 @@ TEST(PixelColor, AyuvToArgbReferenceAndClamping) {
     const uint32_t low = frameToArgb(0x1200FFFFu, kFourccAyuv);
     EXPECT_EQ(low >> 24, 0x12u);
     EXPECT_EQ((low >> 16) & 0xFF, 184u);  // R = trunc(1.596002 * 127 - 0.000151 * 127 - 18.63)
-    EXPECT_EQ(low & 0xFF, 237u);  // B = trunc(2.017234 * 127 - 18.63 - 0.017)
-    EXPECT_EQ(frameToArgb(0xFF100000u, kFourccAyuv) & 0xFF, 0u);  // B below 0
+    EXPECT_EQ(low & 0xFF, 237u);          // B = trunc(2.017234 * 127 - 18.63 - 0.017)
+    EXPECT_EQ(frameToArgb(0xFF100000u, kFourccAyuv) & 0xFF, 0u);          // B below 0
     EXPECT_EQ(frameToArgb(0xFFFFFFFFu, kFourccAyuv) >> 16 & 0xFF, 255u);  // R above 255
 }
 

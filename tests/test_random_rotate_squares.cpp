@@ -14,9 +14,7 @@ using reelfx::Picture;
 constexpr uint32_t kFill = 0x5A5A5A5A;
 constexpr int kModes[8] = {0, 2, 2, 4, 4, 6, 6, 0};  // the generator's turns from seed 2002
 
-uint32_t black(uint32_t format) {
-    return format == kFourccAyuv ? 0xFF108080u : 0xFF000000u;
-}
+uint32_t black(uint32_t format) { return format == kFourccAyuv ? 0xFF108080u : 0xFF000000u; }
 
 // Every pixel names its own position; no word equals either black.
 Picture positions(int32_t w, int32_t h, int32_t strideBytes = 0) {

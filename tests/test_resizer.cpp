@@ -71,9 +71,7 @@ struct FormatPair {
 };
 constexpr FormatPair kPairs[] = {{kArgb, kArgb}, {kAyuv, kAyuv}, {kArgb, kAyuv}};
 
-int channel(uint32_t p, int k) {
-    return static_cast<int>((p >> (8 * k)) & 0xFF);
-}
+int channel(uint32_t p, int k) { return static_cast<int>((p >> (8 * k)) & 0xFF); }
 
 // The whole strided destination is written and nothing around it; only the
 // source rectangle is read (another guard around it and other old

@@ -47,16 +47,16 @@ TEST(Soak, ManyInstancesThousandsOfCalls) {
             const Geometry& g = kSizes[nextRandom(seed) % std::size(kSizes)];
             if (!slot || nextRandom(seed) % 8 == 0) {
                 slot.reset();  // destroy before the next create
-                slot = std::make_unique<Instance>(module,
-                                                  static_cast<int32_t>(nextRandom(seed) % 25),
-                                                  g.width, g.height);
+                slot = std::make_unique<Instance>(
+                    module, static_cast<int32_t>(nextRandom(seed) % 25), g.width, g.height);
             }
             // One parameter anywhere from below its minimum to above its maximum.
             if (const int32_t n = slot->parameterCount()) {
                 const int32_t j = static_cast<int32_t>(nextRandom(seed) % static_cast<uint32_t>(n));
                 const ParameterDescriptor& d = slot->state().parameters.slot[j];
                 const double span = d.maximum - d.minimum;
-                slot->setParameter(j, d.minimum - span / 2 + span * 2 * (nextRandom(seed) % 1024) / 1023);
+                slot->setParameter(
+                    j, d.minimum - span / 2 + span * 2 * (nextRandom(seed) % 1024) / 1023);
             }
             const size_t size = static_cast<size_t>(&g - kSizes);
             const reelfx::RenderOptions o{.progress = (nextRandom(seed) % 101) / 100.0,

@@ -8,6 +8,7 @@
 // the variant number, so a failing variant is reproduced by its name; its
 // files are kept in the directory the failure names.
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/resource.h>
@@ -23,8 +24,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 extern char** environ;
 
@@ -104,8 +103,8 @@ void mp4Boxes(const Bytes& b, size_t from, size_t to, std::vector<Span>& out) {
 
 bool isSampleTable(const Bytes& b, const Span& box) {
     const std::string type(b.begin() + box.at + 4, b.begin() + box.at + 8);
-    return type == "stsz" || type == "stco" || type == "stsc" || type == "stts" ||
-           type == "stss" || type == "ctts" || type == "avcC" || type == "tkhd" || type == "mdhd";
+    return type == "stsz" || type == "stco" || type == "stsc" || type == "stts" || type == "stss" ||
+           type == "ctts" || type == "avcC" || type == "tkhd" || type == "mdhd";
 }
 
 enum class Damage { BitFlips, Truncation, Structure };
@@ -116,7 +115,8 @@ struct Rng {
 };
 
 uint32_t oddSize(Rng& rng, uint32_t size) {
-    const uint32_t choices[] = {0, 1, 7, 8, size - 1, size + 1, size * 2, 0x7FFFFFFF, 0xFFFFFFFF, rng()};
+    const uint32_t choices[] = {0,        1,        7,          8,          size - 1,
+                                size + 1, size * 2, 0x7FFFFFFF, 0xFFFFFFFF, rng()};
     return choices[rng() % std::size(choices)];
 }
 
@@ -124,64 +124,63 @@ Bytes damage(const Bytes& good, bool png, Damage kind, int variant) {
     Rng rng{std::mt19937(uint32_t(variant) * 7919u + uint32_t(kind) * 104729u + (png ? 1u : 2u))};
     Bytes b = good;
     switch (kind) {
-    case Damage::BitFlips: {
-        const int flips = 1 + int(rng() % 8);
-        for (int i = 0; i < flips; ++i) {
-            const size_t at = rng() % b.size();
-            b[at] ^= uint8_t(1u << (rng() % 8));
-        }
-        break;
-    }
-    case Damage::Truncation:
-        b.resize(rng() % b.size());
-        break;
-    case Damage::Structure:
-        if (png) {
-            const std::vector<Span> chunks = pngChunks(b);
-            const Span c = chunks[rng() % chunks.size()];
-            const bool ihdr = b[c.at + 4] == 'I' && b[c.at + 5] == 'H';
-            switch (rng() % 3) {
-            case 0:  // the length field
-                putBe32(b, c.at, oddSize(rng, c.size));
-                break;
-            case 1:  // header fields (size, depth, colour type) or data, sealed again
-                if (ihdr) {
-                    const uint32_t sides[] = {0, 1, 16384, 65535, 0x7FFFFFFF, rng()};
-                    putBe32(b, c.at + 8 + 4 * (rng() % 2), sides[rng() % std::size(sides)]);
-                    if (rng() % 2) b[c.at + 16 + rng() % 5] = uint8_t(rng());
-                } else if (c.size > 0) {
-                    b[c.at + 8 + rng() % c.size] ^= uint8_t(1 + rng() % 255);
-                }
-                resealChunk(b, c);
-                break;
-            default:  // a chunk dropped or repeated
-                if (rng() % 2)
-                    b.erase(b.begin() + c.at, b.begin() + std::min(b.size(), c.at + 12 + c.size));
-                else
-                    b.insert(b.begin() + c.at, good.begin() + c.at,
-                             good.begin() + std::min(good.size(), c.at + 12 + c.size));
-                break;
+        case Damage::BitFlips: {
+            const int flips = 1 + int(rng() % 8);
+            for (int i = 0; i < flips; ++i) {
+                const size_t at = rng() % b.size();
+                b[at] ^= uint8_t(1u << (rng() % 8));
             }
-        } else {
-            std::vector<Span> boxes;
-            mp4Boxes(b, 0, b.size(), boxes);
-            std::vector<Span> tables;
-            for (const Span& s : boxes)
-                if (isSampleTable(b, s)) tables.push_back(s);
-            if (rng() % 2 || tables.empty()) {  // a box size
-                const Span box = boxes[rng() % boxes.size()];
-                putBe32(b, box.at, oddSize(rng, box.size));
-            } else {  // words of a sample table or track header: counts, sizes, offsets
-                const Span t = tables[rng() % tables.size()];
-                const int words = 1 + int(rng() % 3);
-                for (int i = 0; i < words && t.size >= 12; ++i) {
-                    const uint32_t values[] = {0, 1, 0x7FFFFFFF, 0xFFFFFFFF, 0x10000, rng()};
-                    putBe32(b, t.at + 8 + 4 * (rng() % ((t.size - 8) / 4)),
-                            values[rng() % std::size(values)]);
+            break;
+        }
+        case Damage::Truncation: b.resize(rng() % b.size()); break;
+        case Damage::Structure:
+            if (png) {
+                const std::vector<Span> chunks = pngChunks(b);
+                const Span c = chunks[rng() % chunks.size()];
+                const bool ihdr = b[c.at + 4] == 'I' && b[c.at + 5] == 'H';
+                switch (rng() % 3) {
+                    case 0:  // the length field
+                        putBe32(b, c.at, oddSize(rng, c.size));
+                        break;
+                    case 1:  // header fields (size, depth, colour type) or data, sealed again
+                        if (ihdr) {
+                            const uint32_t sides[] = {0, 1, 16384, 65535, 0x7FFFFFFF, rng()};
+                            putBe32(b, c.at + 8 + 4 * (rng() % 2), sides[rng() % std::size(sides)]);
+                            if (rng() % 2) b[c.at + 16 + rng() % 5] = uint8_t(rng());
+                        } else if (c.size > 0) {
+                            b[c.at + 8 + rng() % c.size] ^= uint8_t(1 + rng() % 255);
+                        }
+                        resealChunk(b, c);
+                        break;
+                    default:  // a chunk dropped or repeated
+                        if (rng() % 2)
+                            b.erase(b.begin() + c.at,
+                                    b.begin() + std::min(b.size(), c.at + 12 + c.size));
+                        else
+                            b.insert(b.begin() + c.at, good.begin() + c.at,
+                                     good.begin() + std::min(good.size(), c.at + 12 + c.size));
+                        break;
+                }
+            } else {
+                std::vector<Span> boxes;
+                mp4Boxes(b, 0, b.size(), boxes);
+                std::vector<Span> tables;
+                for (const Span& s : boxes)
+                    if (isSampleTable(b, s)) tables.push_back(s);
+                if (rng() % 2 || tables.empty()) {  // a box size
+                    const Span box = boxes[rng() % boxes.size()];
+                    putBe32(b, box.at, oddSize(rng, box.size));
+                } else {  // words of a sample table or track header: counts, sizes, offsets
+                    const Span t = tables[rng() % tables.size()];
+                    const int words = 1 + int(rng() % 3);
+                    for (int i = 0; i < words && t.size >= 12; ++i) {
+                        const uint32_t values[] = {0, 1, 0x7FFFFFFF, 0xFFFFFFFF, 0x10000, rng()};
+                        putBe32(b, t.at + 8 + 4 * (rng() % ((t.size - 8) / 4)),
+                                values[rng() % std::size(values)]);
+                    }
                 }
             }
-        }
-        break;
+            break;
     }
     return b;
 }
@@ -250,11 +249,12 @@ protected:
         std::string pattern = (fs::temp_directory_path() / "reelfx-damaged-XXXXXX").string();
         ASSERT_NE(mkdtemp(pattern.data()), nullptr);
         dir_ = pattern;
-        const std::string ff = "cd '" + dir_.string() + "' && ffmpeg -nostdin -v error -y -f lavfi ";
+        const std::string ff =
+            "cd '" + dir_.string() + "' && ffmpeg -nostdin -v error -y -f lavfi ";
         ASSERT_EQ(std::system((ff + "-i testsrc2=size=48x32 -frames:v 1 good.png").c_str()), 0);
         ASSERT_EQ(std::system((ff + "-i testsrc2=size=48x32:rate=10 -frames:v 6 -c:v libx264 "
                                     "-pix_fmt yuv420p -g 3 good.mp4")
-                                   .c_str()),
+                                  .c_str()),
                   0);
     }
     static void TearDownTestSuite() {
@@ -265,16 +265,23 @@ protected:
     static std::string check(const std::string& name, const Bytes& input, const char* ext) {
         const fs::path in = dir_ / (name + "." + ext), out = dir_ / (name + ".out." + ext);
         spill(in, input);
-        const Outcome r = runTool(dir_, {"render", "Mosaic", in.string(), "-o", out.string(), "-q"});
+        const Outcome r =
+            runTool(dir_, {"render", "Mosaic", in.string(), "-o", out.string(), "-q"});
         std::ostringstream why;
-        if (r.hung) why << "no end within the deadline";
-        else if (r.signal) why << "killed by signal " << r.signal;
+        if (r.hung)
+            why << "no end within the deadline";
+        else if (r.signal)
+            why << "killed by signal " << r.signal;
         else if (r.status == 0 && (!fs::exists(out) || fs::file_size(out) == 0))
             why << "status 0 without an output file";
-        else if (r.status == 1 && !readable(r.err)) why << "unreadable error: " << r.err;
-        else if (r.status == 1 && fs::exists(out)) why << "a failed render left " << out;
-        else if (r.status != 0 && r.status != 1) why << "status " << r.status << ": " << r.err;
-        else if (r.maxRssKb > kMaxRssKb) why << "peak memory " << r.maxRssKb / 1024 << " MB";
+        else if (r.status == 1 && !readable(r.err))
+            why << "unreadable error: " << r.err;
+        else if (r.status == 1 && fs::exists(out))
+            why << "a failed render left " << out;
+        else if (r.status != 0 && r.status != 1)
+            why << "status " << r.status << ": " << r.err;
+        else if (r.maxRssKb > kMaxRssKb)
+            why << "peak memory " << r.maxRssKb / 1024 << " MB";
         if (!why.str().empty()) return name + " (" + in.string() + "): " + why.str();
         fs::remove(in);
         fs::remove(out);
@@ -286,8 +293,8 @@ protected:
         const Bytes good = slurp(dir_ / (std::string("good.") + ext));
         ASSERT_GT(good.size(), 100u);
         for (int v = 0; v < kVariants; ++v) {
-            const std::string name = std::string(ext) + "-" + std::to_string(int(kind)) + "-" +
-                                     std::to_string(v);
+            const std::string name =
+                std::string(ext) + "-" + std::to_string(int(kind)) + "-" + std::to_string(v);
             const std::string failure = check(name, damage(good, png, kind, v), ext);
             EXPECT_TRUE(failure.empty()) << failure;
         }
@@ -317,7 +324,8 @@ TEST_F(ToolDamaged, PngClaimingAHugePictureWithTinyData) {
         resealChunk(b, {at, data.size()});
     };
     chunk("IHDR", {0, 0, 0x40, 0, 0, 0, 0x40, 0, 8, 6, 0, 0, 0});
-    chunk("IDAT", {0x78, 0x9C, 0x63, 0x60, 0x80, 0x00, 0x00, 0x00, 0x08, 0x00, 0x01});  // 8 zero bytes
+    chunk("IDAT",
+          {0x78, 0x9C, 0x63, 0x60, 0x80, 0x00, 0x00, 0x00, 0x08, 0x00, 0x01});  // 8 zero bytes
     chunk("IEND", {});
     const std::string failure = check("huge-claim", b, "png");
     EXPECT_TRUE(failure.empty()) << failure;

@@ -210,7 +210,8 @@ TEST(ToolText, NamesValuesAndTheProgressLine) {
     // Fitted to the terminal: never the full width (the cursor would wrap),
     // the bar shrinks, then goes; streamed input has no total and no bar.
     for (const auto& [columns, done, total, line] :
-         {std::tuple{80, 5, 10, "[###############...............] 5/10 frames   2.5 fps  0:02 left"},
+         {std::tuple{80, 5, 10,
+                     "[###############...............] 5/10 frames   2.5 fps  0:02 left"},
           {50, 5, 10, "[#######.......] 5/10 frames   2.5 fps  0:02 left"},
           {40, 5, 10, "5/10 frames   2.5 fps  0:02 left"},
           {20, 5, 10, "5/10 frames   2.5 f"},

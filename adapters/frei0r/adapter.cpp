@@ -67,8 +67,8 @@ struct Parameter {
 };
 
 struct Effect {
-    std::string name;         // the catalogue's name
-    std::string pluginName;   // what hosts list: "reelfx <name>"
+    std::string name;        // the catalogue's name
+    std::string pluginName;  // what hosts list: "reelfx <name>"
     std::string explanation;
     std::vector<Parameter> parameters;
     std::set<std::pair<int, std::string>> reported;  // unknown choice texts already reported
@@ -195,9 +195,7 @@ Effect describe(const Module& module, const EffectInfo& info) {
             case kParameterKindChoice:
                 p.explanation = "one of " + choiceList(a[j].choices) + " (or its index)";
                 break;
-            case kParameterKindColour:
-                p.explanation = "colour";
-                break;
+            case kParameterKindColour: p.explanation = "colour"; break;
             default:
                 p.explanation = "0..1 maps to " + number(a[j].minimum) + ".." +
                                 (p.scales == Scales::height  ? std::string("the frame height")
@@ -222,7 +220,8 @@ int init(int effect) {
             s.catalogue = s.module->catalogue();
         }
         if (effect < 0 || effect >= static_cast<int>(s.catalogue.size())) return 0;
-        if (!s.effects.count(effect)) s.effects.emplace(effect, describe(*s.module, s.catalogue[effect]));
+        if (!s.effects.count(effect))
+            s.effects.emplace(effect, describe(*s.module, s.catalogue[effect]));
         return 1;
     });
 }

@@ -24,8 +24,7 @@ void f0r_set_param_value(f0r_instance_t instance, f0r_param_t value, int index) 
 void f0r_get_param_value(f0r_instance_t instance, f0r_param_t value, int index) {
     fx::getParam(instance, value, index);
 }
-void f0r_update(f0r_instance_t instance, double time, const uint32_t* inframe,
-                uint32_t* outframe) {
+void f0r_update(f0r_instance_t instance, double time, const uint32_t* inframe, uint32_t* outframe) {
     fx::update(instance, time, inframe, outframe);
 }
 

@@ -52,10 +52,8 @@ std::string propertyName(const std::string& label, const std::vector<Property>& 
 
 std::string blurb(const Property& p) {
     switch (p.kind) {
-        case kParameterKindChoice:
-            return p.label;
-        case kParameterKindColour:
-            return p.label + " (ARGB, 0xAARRGGBB)";
+        case kParameterKindChoice: return p.label;
+        case kParameterKindColour: return p.label + " (ARGB, 0xAARRGGBB)";
         default: {
             std::string b = p.label;
             if (p.scales != Scales::none) {

@@ -72,9 +72,7 @@ GstVideoFilterClass* parentClass = nullptr;
 const Element& elementOf(gpointer object) {
     return *reinterpret_cast<GstReelfxClass*>(G_OBJECT_GET_CLASS(object))->element;
 }
-State& stateOf(gpointer object) {
-    return *reinterpret_cast<GstReelfx*>(object)->state;
-}
+State& stateOf(gpointer object) { return *reinterpret_cast<GstReelfx*>(object)->state; }
 
 // The lock taken around module calls of effects that share state.
 std::unique_lock<std::mutex> serialise(const Element& e) {
@@ -95,18 +93,10 @@ void setProperty(GObject* object, guint id, const GValue* value, GParamSpec* spe
     } else if (id >= kFirstParameter && id - kFirstParameter < e.properties.size()) {
         const size_t j = id - kFirstParameter;
         switch (e.properties[j].kind) {
-            case kParameterKindChoice:
-                s.values[j] = g_value_get_enum(value);
-                break;
-            case kParameterKindColour:
-                s.values[j] = g_value_get_uint(value);
-                break;
-            case kParameterKindWhole:
-                s.values[j] = g_value_get_int(value);
-                break;
-            default:
-                s.values[j] = g_value_get_double(value);
-                break;
+            case kParameterKindChoice: s.values[j] = g_value_get_enum(value); break;
+            case kParameterKindColour: s.values[j] = g_value_get_uint(value); break;
+            case kParameterKindWhole: s.values[j] = g_value_get_int(value); break;
+            default: s.values[j] = g_value_get_double(value); break;
         }
     } else {
         G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
@@ -126,18 +116,10 @@ void getProperty(GObject* object, guint id, GValue* value, GParamSpec* spec) {
         const size_t j = id - kFirstParameter;
         const double v = s.values[j];
         switch (e.properties[j].kind) {
-            case kParameterKindChoice:
-                g_value_set_enum(value, static_cast<gint>(v));
-                break;
-            case kParameterKindColour:
-                g_value_set_uint(value, static_cast<guint>(v));
-                break;
-            case kParameterKindWhole:
-                g_value_set_int(value, static_cast<gint>(v));
-                break;
-            default:
-                g_value_set_double(value, v);
-                break;
+            case kParameterKindChoice: g_value_set_enum(value, static_cast<gint>(v)); break;
+            case kParameterKindColour: g_value_set_uint(value, static_cast<guint>(v)); break;
+            case kParameterKindWhole: g_value_set_int(value, static_cast<gint>(v)); break;
+            default: g_value_set_double(value, v); break;
         }
     } else {
         G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);

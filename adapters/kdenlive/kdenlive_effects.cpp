@@ -73,7 +73,8 @@ std::string describeEffect(const reelfx::Module& module, const reelfx::EffectInf
     const std::string tag = "frei0r.reelfx_" + slug(effect.name);
     // Two frame sizes show which bounds follow the frame's width or height.
     const reelfx::Instance small(module, effect.index, 64, 48), large(module, effect.index, 80, 96);
-    const std::vector<reelfx::ParameterInfo> params = small.parameters(), other = large.parameters();
+    const std::vector<reelfx::ParameterInfo> params = small.parameters(),
+                                             other = large.parameters();
 
     std::string x = "<?xml version=\"1.0\"?>\n<!DOCTYPE kpartgui>\n";
     x += "<effect tag=\"" + tag + "\" id=\"" + tag + "\" type=\"video\">\n";
@@ -119,8 +120,9 @@ std::string describeEffect(const reelfx::Module& module, const reelfx::EffectInf
                  number(range > 0 ? (p.initial - p.minimum) / range : 0.0) + "\" min=\"0\" max=\"" +
                  max + "\" factor=\"" + max + "\"" + (whole ? " decimals=\"0\"" : "") + ">\n";
             if (p.minimum != 0) {
-                x += "        <comment>" + name + " " + number(p.minimum) + " plus the value shown (" +
-                     number(p.minimum) + " to " + number(p.maximum) + ")</comment>\n";
+                x += "        <comment>" + name + " " + number(p.minimum) +
+                     " plus the value shown (" + number(p.minimum) + " to " + number(p.maximum) +
+                     ")</comment>\n";
             }
         }
         x += "        <name>" + name + "</name>\n";

@@ -130,10 +130,8 @@ std::string initialColour(const Row& r) {
 // numbers, the text for choices).
 std::string storedInitial(const Row& r) {
     switch (r.p.kind) {
-        case kParameterKindChoice:
-            return quoted(r.p.choices.at(static_cast<size_t>(r.p.initial)));
-        case kParameterKindColour:
-            return quoted(initialColour(r));
+        case kParameterKindChoice: return quoted(r.p.choices.at(static_cast<size_t>(r.p.initial)));
+        case kParameterKindColour: return quoted(initialColour(r));
         default: {
             const double range = r.p.maximum - r.p.minimum;
             return r.maximum.rfind("profile.", 0) == 0

@@ -121,15 +121,19 @@ void newsPrint(const Frame& f) {
     }
     for (int32_t r = 0; r < n; ++r) {
         for (int32_t c = r & 1; c < n; c += 2) {
-            const int32_t left = cols[static_cast<size_t>(c)], right = cols[static_cast<size_t>(c) + 1];
-            const int32_t top = rows[static_cast<size_t>(r)], bottom = rows[static_cast<size_t>(r) + 1];
+            const int32_t left = cols[static_cast<size_t>(c)],
+                          right = cols[static_cast<size_t>(c) + 1];
+            const int32_t top = rows[static_cast<size_t>(r)],
+                          bottom = rows[static_cast<size_t>(r) + 1];
             const int32_t k = key(blockAverage(f, left, top, right, bottom));
             const int32_t cx = (left + right) >> 1, cy = (top + bottom) >> 1;
             int32_t length = trunc32((255.0 - 2 * k * b) * scale);
             if (length > 360) length = 360;
             for (int32_t m = 0; length > 1 && m < reach[length]; ++m) {
-                const int32_t x = cx + dxs[static_cast<size_t>(m)], y = cy + dys[static_cast<size_t>(m)];
-                if (x >= 0 && x < f.w && y >= 0 && y < f.h) f.dst[static_cast<int64_t>(y) * f.w + x] = ink;
+                const int32_t x = cx + dxs[static_cast<size_t>(m)],
+                              y = cy + dys[static_cast<size_t>(m)];
+                if (x >= 0 && x < f.w && y >= 0 && y < f.h)
+                    f.dst[static_cast<int64_t>(y) * f.w + x] = ink;
             }
         }
     }
@@ -149,7 +153,8 @@ void colorCircleShift(const Frame& f, double progress) {
             const double u = (b - g) * c2, v = ((b + g) - (r + r)) * c6;
             const double X = (u + v) * c2, Y = (v - u) * c2;
             const double rho = std::sqrt((Y * Y) + (X * X));
-            double phi = X != 0.0 ? std::atan(Y / X) : (Y >= 0.0 ? 1.5707963267948966 : -1.5707963267948966);
+            double phi =
+                X != 0.0 ? std::atan(Y / X) : (Y >= 0.0 ? 1.5707963267948966 : -1.5707963267948966);
             if (X < 0.0) phi += 3.141592653589793;
             phi += theta;
             const double X2 = std::cos(phi) * rho, Y2 = std::sin(phi) * rho;
@@ -221,7 +226,8 @@ void flood(const Frame& f) {
                     if (cx == 0 || cy == 0 || cx == f.w - 1 || cy == f.h - 1) break;
                     int32_t best = key(work[static_cast<size_t>(cy * f.w + cx)]);
                     int32_t nx = -1, ny = -1;
-                    const int32_t around[4][2] = {{cx, cy - 1}, {cx, cy + 1}, {cx - 1, cy}, {cx + 1, cy}};
+                    const int32_t around[4][2] = {
+                        {cx, cy - 1}, {cx, cy + 1}, {cx - 1, cy}, {cx + 1, cy}};
                     for (const auto& a : around) {
                         const int32_t kn = key(work[static_cast<size_t>(a[1] * f.w + a[0])]);
                         if (kn < best) {
@@ -264,9 +270,11 @@ Tables buildTables(float weight, int32_t n) {
         for (int32_t v = 0; v < 256; ++v) {
             int32_t field[3];
             for (int32_t j = 0; j < 3; ++j) {
-                field[j] = (trunc32(w[j] * v * 262144.0 + 32768.0) >> 16) + off[j] + (j == 1 ? 1 : 0);
+                field[j] =
+                    (trunc32(w[j] * v * 262144.0 + 32768.0) >> 16) + off[j] + (j == 1 ? 1 : 0);
             }
-            tb.t[tb.groups][v] = static_cast<uint32_t>(field[0] + (field[1] << 10) + (field[2] << 20));
+            tb.t[tb.groups][v] =
+                static_cast<uint32_t>(field[0] + (field[1] << 10) + (field[2] << 20));
         }
         ++tb.groups;
     }
@@ -286,7 +294,8 @@ void filterLine(const uint32_t* src, int32_t count, int64_t step, const Tables& 
         uint32_t out = 0;
         for (int32_t byte = 0; byte < 4; ++byte) {
             int32_t s = 0;
-            for (int32_t d = 0; d <= radius; ++d) s += field(tb, d, at(i - d), byte) + field(tb, d, at(i + d), byte);
+            for (int32_t d = 0; d <= radius; ++d)
+                s += field(tb, d, at(i - d), byte) + field(tb, d, at(i + d), byte);
             int32_t r = (s - tb.bias) >> 2;
             r = r <= 0 ? 0 : r > 255 ? 255 : r;
             out |= static_cast<uint32_t>(r) << (8 * byte);
@@ -301,7 +310,9 @@ void boxBlur(uint32_t* dst, const uint32_t* src, int32_t w, int32_t h, int32_t c
     const int32_t n = code - 100;
     const Tables tb = buildTables(kWeights[n - 2], n);
     std::vector<uint32_t> mid(static_cast<size_t>(w) * h);
-    for (int32_t y = 0; y < h; ++y) filterLine(src + static_cast<int64_t>(y) * w, w, 1, tb, mid.data() + static_cast<int64_t>(y) * w);
+    for (int32_t y = 0; y < h; ++y)
+        filterLine(src + static_cast<int64_t>(y) * w, w, 1, tb,
+                   mid.data() + static_cast<int64_t>(y) * w);
     for (int32_t x = 0; x < w; ++x) filterLine(mid.data() + x, h, w, tb, dst + x);
 }
 
@@ -332,7 +343,8 @@ void dream(const Frame& f) {
         t = d < one ? d : one;
         uint32_t out = 0;
         for (int k = 0; k < 4; ++k) {
-            out |= static_cast<uint32_t>((byteOf(G, k) * t + byteOf(D, k) * (one - t)) >> shift) << (8 * k);
+            out |= static_cast<uint32_t>((byteOf(G, k) * t + byteOf(D, k) * (one - t)) >> shift)
+                   << (8 * k);
         }
         f.dst[i] = out;
     }
@@ -341,7 +353,8 @@ void dream(const Frame& f) {
 void flipXY(const Frame& f) {
     for (int32_t y = 0; y < f.h; ++y) {
         for (int32_t x = 0; x < f.w; ++x) {
-            f.dst[static_cast<int64_t>(y) * f.w + (f.w - 1 - x)] = f.src[static_cast<int64_t>(y) * f.w + x];
+            f.dst[static_cast<int64_t>(y) * f.w + (f.w - 1 - x)] =
+                f.src[static_cast<int64_t>(y) * f.w + x];
         }
     }
 }
@@ -390,7 +403,9 @@ void applyPrismMap(const Frame& f, const PrismMap& map) {
             const int16_t* e = &map.offsets[(static_cast<size_t>(row) * f.w + col) * 2];
             const int32_t sx = col + e[0], sy = row + e[1];
             f.dst[static_cast<int64_t>(row) * f.w + col] =
-                sx >= 0 && sx < f.w && sy >= 0 && sy < f.h ? f.src[static_cast<int64_t>(sy) * f.w + sx] : fill;
+                sx >= 0 && sx < f.w && sy >= 0 && sy < f.h
+                    ? f.src[static_cast<int64_t>(sy) * f.w + sx]
+                    : fill;
         }
     }
 }
@@ -401,11 +416,13 @@ void toneMap(const Frame& f, uint32_t K) {
     uint32_t table[220];
     for (int32_t i = 0; i < 220; ++i) {
         table[i] = argbToFrame(0xFF000000u | static_cast<uint32_t>((i * R) / 219) << 16 |
-                                   static_cast<uint32_t>((i * G) / 219) << 8 | static_cast<uint32_t>((i * B) / 219),
+                                   static_cast<uint32_t>((i * G) / 219) << 8 |
+                                   static_cast<uint32_t>((i * B) / 219),
                                f.ayuv);
     }
     const double lo[4] = {f.ayuv ? 16.0 : 0.0, f.ayuv ? 16.0 : 0.0, f.ayuv ? 16.0 : 0.0, 0.0};
-    const double hi[4] = {f.ayuv ? 240.0 : 255.0, f.ayuv ? 240.0 : 255.0, f.ayuv ? 235.0 : 255.0, 255.0};
+    const double hi[4] = {f.ayuv ? 240.0 : 255.0, f.ayuv ? 240.0 : 255.0, f.ayuv ? 235.0 : 255.0,
+                          255.0};
     for (int32_t y = 0; y < f.h; ++y) {
         for (int32_t x = 0; x < f.w; ++x) {
             const uint32_t s = f.src[static_cast<int64_t>(y) * f.w + x];
@@ -434,7 +451,8 @@ void nightVision(const Frame& f) {
             const double b = Z * 255.0;
             const double level = ((((G - b) - (R - b)) * M) + (R - b)) * K + b;
             const int32_t g = clampByte(trunc32(level));
-            const uint32_t q = argbToFrame((p & 0xFF000000u) | static_cast<uint32_t>(g) << 8, f.ayuv);
+            const uint32_t q =
+                argbToFrame((p & 0xFF000000u) | static_cast<uint32_t>(g) << 8, f.ayuv);
             f.dst[static_cast<int64_t>(y) * f.w + x] = mixPixel(s, q, I);
         }
     }
@@ -453,7 +471,9 @@ void binoculars(const Frame& f) {
             const double mR = r - std::sqrt((x - (cx + d)) * (x - (cx + d)) + dy * dy);
             const double m = mL > mR ? mL : mR;
             const uint32_t s = f.src[static_cast<int64_t>(y) * f.w + x];
-            f.dst[static_cast<int64_t>(y) * f.w + x] = m >= 1.0 ? s : m <= 0.0 ? bg : mixPixel(bg, s, m);
+            f.dst[static_cast<int64_t>(y) * f.w + x] = m >= 1.0   ? s
+                                                       : m <= 0.0 ? bg
+                                                                  : mixPixel(bg, s, m);
         }
     }
 }
@@ -477,13 +497,16 @@ void stainedGlass(const Frame& f) {
     for (int32_t r = 0; r < G; ++r) {
         for (int32_t c = 0; c < G; ++c) {
             const size_t i = static_cast<size_t>(r * G + c);
-            colour[i] = blockAverage(f, cols[static_cast<size_t>(c)], rows[static_cast<size_t>(r)],
-                                     cols[static_cast<size_t>(c) + 1], rows[static_cast<size_t>(r) + 1]);
+            colour[i] =
+                blockAverage(f, cols[static_cast<size_t>(c)], rows[static_cast<size_t>(r)],
+                             cols[static_cast<size_t>(c) + 1], rows[static_cast<size_t>(r) + 1]);
             int32_t best = 256;
             seedX[i] = cols[static_cast<size_t>(c)];
             seedY[i] = rows[static_cast<size_t>(r)];
-            for (int32_t y = rows[static_cast<size_t>(r)]; y < rows[static_cast<size_t>(r) + 1]; ++y) {
-                for (int32_t x = cols[static_cast<size_t>(c)]; x < cols[static_cast<size_t>(c) + 1]; ++x) {
+            for (int32_t y = rows[static_cast<size_t>(r)]; y < rows[static_cast<size_t>(r) + 1];
+                 ++y) {
+                for (int32_t x = cols[static_cast<size_t>(c)]; x < cols[static_cast<size_t>(c) + 1];
+                     ++x) {
                     const int32_t k = key(f.src[static_cast<int64_t>(y) * f.w + x]);
                     if (k < best) {
                         best = k;
@@ -494,11 +517,14 @@ void stainedGlass(const Frame& f) {
             }
         }
     }
-    static const int32_t kAround[9][2] = {{0, 0}, {-1, -1}, {-1, 1}, {-1, 0}, {1, -1}, {1, 1}, {1, 0}, {0, -1}, {0, 1}};
+    static const int32_t kAround[9][2] = {{0, 0}, {-1, -1}, {-1, 1}, {-1, 0}, {1, -1},
+                                          {1, 1}, {1, 0},   {0, -1}, {0, 1}};
     for (int32_t r = 0; r < G; ++r) {
         for (int32_t c = 0; c < G; ++c) {
-            for (int32_t y = rows[static_cast<size_t>(r)]; y < rows[static_cast<size_t>(r) + 1]; ++y) {
-                for (int32_t x = cols[static_cast<size_t>(c)]; x < cols[static_cast<size_t>(c) + 1]; ++x) {
+            for (int32_t y = rows[static_cast<size_t>(r)]; y < rows[static_cast<size_t>(r) + 1];
+                 ++y) {
+                for (int32_t x = cols[static_cast<size_t>(c)]; x < cols[static_cast<size_t>(c) + 1];
+                     ++x) {
                     int32_t bestD = 0;
                     size_t chosen = 0;
                     for (int32_t n = 0; n < 9; ++n) {
@@ -506,7 +532,8 @@ void stainedGlass(const Frame& f) {
                         rr = rr < 0 ? 0 : rr > G - 1 ? G - 1 : rr;
                         cc = cc < 0 ? 0 : cc > G - 1 ? G - 1 : cc;
                         const size_t i = static_cast<size_t>(rr * G + cc);
-                        const int32_t d = (x - seedX[i]) * (x - seedX[i]) + (y - seedY[i]) * (y - seedY[i]);
+                        const int32_t d =
+                            (x - seedX[i]) * (x - seedX[i]) + (y - seedY[i]) * (y - seedY[i]);
                         if (n == 0 || d <= bestD) {
                             bestD = d;
                             chosen = i;
@@ -556,7 +583,8 @@ void randomRotateSquares(const Frame& f) {
 void fade(const Frame& f, uint32_t colour, double progress) {
     const double amount = progress;  // "Direction" "Video To Color", the initial choice
     const int32_t alpha = trunc32(255 * amount) & 0xFF;
-    const uint32_t block = argbToFrame((colour & 0xFFFFFFu) | static_cast<uint32_t>(alpha) << 24, f.ayuv);
+    const uint32_t block =
+        argbToFrame((colour & 0xFFFFFFu) | static_cast<uint32_t>(alpha) << 24, f.ayuv);
     for (int64_t i = 0; i < static_cast<int64_t>(f.w) * f.h; ++i) f.dst[i] = f.src[i];
     for (int64_t i = 0; i < static_cast<int64_t>(f.w) * f.h; ++i) {
         const uint32_t d = f.dst[i];
@@ -634,7 +662,8 @@ void lantern(const Frame& f, double progress) {
             const bool lit = rho2 < wr;
             const uint32_t p = f.src[static_cast<int64_t>(row) * w + col];
             const uint32_t b0 = p & 0xFF, b1 = (p >> 8) & 0xFF, b2 = (p >> 16) & 0xFF;
-            const uint32_t dk = static_cast<uint32_t>(trunc32((b0 + b1 + b2 + (p >> 24)) * 0.06666666666666667));
+            const uint32_t dk =
+                static_cast<uint32_t>(trunc32((b0 + b1 + b2 + (p >> 24)) * 0.06666666666666667));
             uint32_t out;
             if (f.ayuv) {
                 uint32_t sh = lit ? b2 : dk;

@@ -26,7 +26,7 @@ void colorCircleShift(const Frame& f, double progress);
 void mosaic(const Frame& f);
 void flood(const Frame& f);
 void dream(const Frame& f);
-void flipXY(const Frame& f);  // "Flip Y Axis" only, the initial choice
+void flipXY(const Frame& f);                           // "Flip Y Axis" only, the initial choice
 void toneMap(const Frame& f, uint32_t scalingColour);  // Greyscale, Sepiascale, Colorscale
 void nightVision(const Frame& f);
 void binoculars(const Frame& f);
