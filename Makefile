@@ -16,8 +16,9 @@ demo: tool
 	$(REELFX) render Lantern -p "Spot Radius=4@0,16@1" --span 0.5:2.5 -o out/demo.mp4
 
 # The tool with the module and its companion library beside it, the frei0r
-# plug-ins in $(BUILD)/frei0r-1/ and the Kdenlive effect descriptions.
-INSTALLED := reelfx_tool frei0r_plugins kdenlive_effects_xml reelfx_host
+# plug-ins in $(BUILD)/frei0r-1/, the Kdenlive effect descriptions, the
+# Shotcut filter folders and the GStreamer plug-in in $(BUILD)/gstreamer-1.0/.
+INSTALLED := reelfx_tool frei0r_plugins kdenlive_effects_xml reelfx_host shotcut_filters_qml gstreelfx
 tool: deps
 	cmake --preset $(PRESET) -B $(BUILD)
 	cmake --build $(BUILD) --target $(INSTALLED) -j $(JOBS)
