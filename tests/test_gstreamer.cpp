@@ -307,11 +307,11 @@ protected:
 TEST_F(GstInProcess, ValuesOutsideTheBoundsAreRefused) {
     GstElement* lantern = gst_element_factory_make("reelfx-lantern", nullptr);
     ASSERT_NE(lantern, nullptr);
-    GParamSpec* spec = g_object_class_find_property(G_OBJECT_GET_CLASS(lantern), "spot-radius");
-    ASSERT_NE(spec, nullptr);
-    EXPECT_TRUE(spec->flags & GST_PARAM_CONTROLLABLE);
-    EXPECT_EQ(G_PARAM_SPEC_DOUBLE(spec)->minimum, 1.0);
-    EXPECT_EQ(G_PARAM_SPEC_DOUBLE(spec)->maximum, 20.0);
+    GParamSpec* pspec = g_object_class_find_property(G_OBJECT_GET_CLASS(lantern), "spot-radius");
+    ASSERT_NE(pspec, nullptr);
+    EXPECT_TRUE(pspec->flags & GST_PARAM_CONTROLLABLE);
+    EXPECT_EQ(G_PARAM_SPEC_DOUBLE(pspec)->minimum, 1.0);
+    EXPECT_EQ(G_PARAM_SPEC_DOUBLE(pspec)->maximum, 20.0);
 
     std::vector<std::string> warnings;
     const guint handler = g_log_set_handler(

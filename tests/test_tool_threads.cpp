@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "support.h"
 #include "tool_support.h"
 
 namespace {
@@ -35,38 +36,19 @@ protected:
     }
 };
 
-const std::vector<std::string> kEffects = {"Aged Film",
-                                           "Incognito",
-                                           "Mosaic",
-                                           "NewsPrint",
-                                           "Fade To Black",
-                                           "Fade To Grey",
-                                           "Fade To White",
-                                           "Fade To Sepia",
-                                           "Fade To Color",
-                                           "Multi-Prism Lens",
-                                           "Random-Rotate Squares",
-                                           "Binoculars",
-                                           "Night Vision",
-                                           "Dream",
-                                           "Crop",
-                                           "Crop Scale To Fit",
-                                           "Crop Scale To Fill",
-                                           "Greyscale",
-                                           "Sepiascale",
-                                           "Colorscale",
-                                           "Color Circle Shift",
-                                           "Flip XY",
-                                           "Flood",
-                                           "Stained Glass",
-                                           "Lantern"};
+// Every effect of the catalogue, by the name the tool takes.
+std::vector<std::string> allEffects() {
+    std::vector<std::string> names;
+    for (const reelfx::EffectInfo& e : reelfx::test::module().catalogue()) names.push_back(e.name);
+    return names;
+}
 
 // Ten frames of the built-in clip, the effect on frames 2 to 7 (so frames
 // passed through are interleaved with rendered ones), lossless FFV1: three
 // workers write exactly the frames one writes, for every effect and format.
 TEST_F(ToolThreads, ThreeWorkersWriteTheFramesOfOne) {
     for (const std::string format : {"argb", "ayuv"}) {
-        for (const std::string& effect : kEffects) {
+        for (const std::string& effect : allEffects()) {
             std::string md5[2];
             for (int k = 0; k < 2; ++k) {
                 const std::string out = "t" + std::to_string(k) + ".mkv";

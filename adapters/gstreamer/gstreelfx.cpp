@@ -82,7 +82,7 @@ std::unique_lock<std::mutex> serialise(const Element& e) {
 
 enum : guint { kProgress = 1, kAutoProgress = 2, kFirstParameter = 3 };
 
-void setProperty(GObject* object, guint id, const GValue* value, GParamSpec* spec) {
+void setProperty(GObject* object, guint id, const GValue* value, GParamSpec* pspec) {
     const Element& e = elementOf(object);
     State& s = stateOf(object);
     GST_OBJECT_LOCK(object);
@@ -99,12 +99,12 @@ void setProperty(GObject* object, guint id, const GValue* value, GParamSpec* spe
             default: s.values[j] = g_value_get_double(value); break;
         }
     } else {
-        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec);
     }
     GST_OBJECT_UNLOCK(object);
 }
 
-void getProperty(GObject* object, guint id, GValue* value, GParamSpec* spec) {
+void getProperty(GObject* object, guint id, GValue* value, GParamSpec* pspec) {
     const Element& e = elementOf(object);
     State& s = stateOf(object);
     GST_OBJECT_LOCK(object);
@@ -122,7 +122,7 @@ void getProperty(GObject* object, guint id, GValue* value, GParamSpec* spec) {
             default: g_value_set_double(value, v); break;
         }
     } else {
-        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec);
     }
     GST_OBJECT_UNLOCK(object);
 }
