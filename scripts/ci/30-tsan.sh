@@ -5,6 +5,8 @@
 #    through the entry, and runs several plug-ins from four threads on
 #    separate instances: no report, the deterministic effects draw what one
 #    thread draws, and the plug-ins' renders overlap inside the module;
+#    the reelfx tool's parallel render under the same sanitizer gives the
+#    frames of one worker;
 # 2. melt with four rendering threads (real_time=-4) gives the same frames
 #    as with one (real_time=-1), through the native build's plug-ins.
 set -eu
@@ -15,6 +17,15 @@ cmake --preset tsan >/dev/null
 cmake --build --preset tsan -j "$(nproc 2>/dev/null || echo 2)"
 TSAN_OPTIONS="halt_on_error=1 exitcode=66 ${TSAN_OPTIONS:-}" build/tsan/module_threads
 TSAN_OPTIONS="halt_on_error=1 exitcode=66 ${TSAN_OPTIONS:-}" build/tsan/frei0r_threads
+
+echo "-- ThreadSanitizer: the reelfx tool's workers (decoding, rendering, encoding threads)"
+# The same sanitizer build with the tool: three workers against one for every
+# effect in both formats, pipes, pixel layouts and signals. FFmpeg's own
+# thread pools are not instrumented and are left out (tests/tsan-ffmpeg.supp).
+cmake --preset tsan -B build/tsan-tools -DREELFX_TOOLS=ON >/dev/null
+cmake --build build/tsan-tools --target reelfx_tool test_tool_threads -j "$(nproc 2>/dev/null || echo 2)"
+TSAN_OPTIONS="halt_on_error=1 exitcode=66 suppressions=$PWD/tests/tsan-ffmpeg.supp ${TSAN_OPTIONS:-}" \
+    build/tsan-tools/test_tool_threads --gtest_filter='-*WorkerErrorEndsTheRun'
 
 echo "-- melt: four rendering threads against one"
 tmp=$(mktemp -d)
