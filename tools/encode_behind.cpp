@@ -2,6 +2,7 @@
 
 #include <new>
 #include <utility>
+#include <vector>
 
 #include "tools/av_support.h"
 #include "tools/output_file.h"
@@ -14,6 +15,16 @@ namespace {
 // enough to cover the encoder's uneven pace, few enough to keep memory small
 // (a 2160p picture is 33 MB).
 constexpr size_t kDepth = 2;
+
+// The last buffer given back, or an empty one when none is.
+template <class T>
+T takeLast(std::vector<T>& pool) {
+    if (pool.empty()) return T();
+    T last = std::move(pool.back());
+    pool.pop_back();
+    return last;
+}
+
 }  // namespace
 
 EncodeBehind::EncodeBehind(VideoWriter& writer) : writer_(writer), queue_(kDepth) {
@@ -30,10 +41,7 @@ EncodeBehind::~EncodeBehind() {
 
 Picture EncodeBehind::spare() {
     std::lock_guard<std::mutex> lock(spareMutex_);
-    if (spare_.empty()) return Picture();
-    Picture p = std::move(spare_.back());
-    spare_.pop_back();
-    return p;
+    return takeLast(spare_);
 }
 
 void EncodeBehind::frame(Picture&& picture, int64_t pts) {
@@ -45,10 +53,7 @@ void EncodeBehind::frame(Picture&& picture, int64_t pts) {
 
 AvFrameRef EncodeBehind::spareConverted() {
     std::lock_guard<std::mutex> lock(spareMutex_);
-    if (spareConverted_.empty()) return AvFrameRef();
-    AvFrameRef f = std::move(spareConverted_.back());
-    spareConverted_.pop_back();
-    return f;
+    return takeLast(spareConverted_);
 }
 
 void EncodeBehind::converted(AvFrameRef&& frame, int64_t pts) {
