@@ -15,15 +15,19 @@ namespace reelfx::tool {
 
 namespace {
 
-volatile std::sig_atomic_t gInterrupted = 0;
+// Set by the signal handler on whichever thread the signal lands and read by
+// every thread: lock-free atomics, which a handler may use (a volatile
+// sig_atomic_t is safe against the handler only on its own thread).
+static_assert(std::atomic<int>::is_always_lock_free);
+std::atomic<int> gInterrupted{0};
 pthread_t gMainThread;
-volatile std::sig_atomic_t gMainKnown = 0;
+std::atomic<int> gMainKnown{0};
 mode_t gFileMode = 0644;
 
 // Sent to one thread of ours to end its blocking call; ignored by default,
 // so a process that never installed the handler is not hurt by it.
 constexpr int kWakeSignal = SIGURG;
-volatile std::sig_atomic_t gWakeInstalled = 0;
+std::atomic<int> gWakeInstalled{0};
 extern "C" void onWake(int) {}
 
 // Temporaries for the second signal's handler, which may only make
@@ -56,7 +60,7 @@ void removeFolderNow(const char* path) {
 }
 
 extern "C" void onInterrupt(int) {
-    if (gInterrupted) {
+    if (gInterrupted.exchange(1) != 0) {
         for (Slot& s : gSlots) {
             const int state = s.state.load();
             if (state == kFile) ::unlink(s.path);
@@ -66,7 +70,6 @@ extern "C" void onInterrupt(int) {
         [[maybe_unused]] const ssize_t n = ::write(STDERR_FILENO, kMessage, sizeof kMessage - 1);
         ::_exit(130);
     }
-    gInterrupted = 1;
     // The main thread may be blocked reading standard input or a FIFO: the
     // wake-up ends that read with EINTR, and FFmpeg then asks the interrupt
     // callback.
@@ -98,7 +101,7 @@ void installInterruptHandlers() {
     std::signal(SIGPIPE, SIG_IGN);
 }
 
-bool interrupted() { return gInterrupted != 0; }
+bool interrupted() { return gInterrupted.load() != 0; }
 
 int interruptCallback(void*) { return interrupted() ? 1 : 0; }
 
