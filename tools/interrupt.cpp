@@ -8,8 +8,11 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstring>
+#include <system_error>
+#include <thread>
 
 namespace reelfx::tool {
 
@@ -77,6 +80,27 @@ extern "C" void onInterrupt(int) {
         pthread_kill(gMainThread, kWakeSignal);
 }
 
+// A signal that lands just before the main thread enters a blocking call (a
+// FIFO's open waiting for its writer) finds nothing to end, and the call
+// would then wait for ever. After a signal this thread therefore wakes the
+// main thread again every 50 ms, for up to 10 s, so that such a call ends
+// too; before one it only looks at the flag every 20 ms.
+void startWaker() {
+    // Without the thread (none could start) a run still ends on a signal
+    // everywhere but in that narrow window.
+    try {
+        std::thread([] {
+            using std::chrono::milliseconds;
+            while (gInterrupted.load() == 0) std::this_thread::sleep_for(milliseconds(20));
+            for (int i = 0; i < 200; ++i) {
+                pthread_kill(gMainThread, kWakeSignal);
+                std::this_thread::sleep_for(milliseconds(50));
+            }
+        }).detach();
+    } catch (const std::system_error&) {
+    }
+}
+
 }  // namespace
 
 void installInterruptHandlers() {
@@ -95,7 +119,10 @@ void installInterruptHandlers() {
     wake.sa_handler = onWake;
     sigemptyset(&wake.sa_mask);
     wake.sa_flags = 0;
-    if (sigaction(kWakeSignal, &wake, nullptr) == 0) gWakeInstalled = 1;
+    if (sigaction(kWakeSignal, &wake, nullptr) == 0) {
+        gWakeInstalled = 1;
+        startWaker();
+    }
     // A reader that goes away makes writes fail with EPIPE, reported like
     // any other write error.
     std::signal(SIGPIPE, SIG_IGN);
